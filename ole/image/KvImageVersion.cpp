@@ -1,0 +1,6 @@
+#include "ole/image/KvImageVersion.h"
+
+const char* imageDllVersionStr()
+{
+    return "14.0.0.0";
+}

@@ -1,0 +1,29 @@
+#pragma once
+// The whole public interface of the picture library and of the platform it runs on.
+// A host includes this one header as <ole/kvimage.h> and links KvImage::kvimage.
+
+// Namespace-level templates: shared pointers, reference counts, exceptions.
+#include "ole/Kv/KvException.h"
+#include "ole/Kv/KvPtr.h"
+#include "ole/Kv/KvRefCount.h"
+
+// Foundation: strings, arrays, allocation, splitting.
+#include "ole/misc/KvSplit.h"
+#include "ole/misc/LightweightString.h"
+#include "ole/misc/StdAllocator.h"
+#include "ole/misc/Vector.h"
+#include "ole/misc/XY.h"
+
+// The platform: OS() and its services, threads, locks, assertions, text, settings, logs,
+// display texts.
+#include "ole/platform/os/CriticalSection.h"
+#include "ole/platform/os/KvAssert.h"
+#include "ole/platform/os/KvThread.h"
+#include "ole/platform/os/OS.h"
+#include "ole/platform/settings/KvLog.h"
+#include "ole/platform/settings/KvResources.h"
+#include "ole/platform/settings/KvSettings.h"
+#include "ole/platform/text/KvText.h"
+
+// The picture library.
+#include "ole/image/KvImageVersion.h"

@@ -1,0 +1,190 @@
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "CommandLine.h"
+#include "ProgressBar.h"
+#include "Verb.h"
+
+using namespace KvCli;
+
+namespace {
+
+int noRun(const Invocation&)
+{
+    return ExitOk;
+}
+
+const Option testOptions[] = {
+    {"output", 'o', "FILE", "where to write"},
+    {"verbose", 'v', nullptr, "say more"},
+    {"size", 0, "WxH", "picture size"},
+};
+const Verb twoFiles{"convert", "test verb", "<in> <out>", nullptr, testOptions, 2, 2, noRun};
+const Verb anyFiles{"info", "test verb", "<file>...", nullptr, testOptions, 0, -1, noRun};
+
+struct Parsed {
+    bool ok;
+    Invocation invocation;
+    std::string error;
+};
+
+Parsed parse(const Verb& verb, std::vector<std::string> args)
+{
+    Parsed result;
+    result.ok = CommandLine::parse(verb, args, result.invocation, result.error);
+    return result;
+}
+
+std::string readAll(std::FILE* file)
+{
+    std::rewind(file);
+    std::string text;
+    for (int c; (c = std::fgetc(file)) != EOF;) text += static_cast<char>(c);
+    return text;
+}
+
+}  // namespace
+
+TEST(KvCliCommandLine, EveryOptionFormGivesTheSameValues)
+{
+    for (const auto& args : std::vector<std::vector<std::string>>{
+             {"--output", "a.dpx", "-v", "in.tga", "out.dpx"},
+             {"--output=a.dpx", "--verbose", "in.tga", "out.dpx"},
+             {"in.tga", "-oa.dpx", "out.dpx", "-v"},
+             {"-o", "a.dpx", "in.tga", "-v", "out.dpx"}}) {
+        Parsed p = parse(twoFiles, args);
+        ASSERT_TRUE(p.ok) << p.error;
+        EXPECT_EQ(p.invocation.value("output"), "a.dpx");
+        EXPECT_TRUE(p.invocation.has("verbose"));
+        EXPECT_FALSE(p.invocation.has("size"));
+        EXPECT_EQ(p.invocation.value("size", "720x576"), "720x576");
+        EXPECT_EQ(p.invocation.arguments(), (std::vector<std::string>{"in.tga", "out.dpx"}));
+    }
+}
+
+TEST(KvCliCommandLine, RepeatsEndOfOptionsAndDashArguments)
+{
+    Parsed p = parse(anyFiles, {"--size", "1x1", "-", "--size=2x2", "--", "--verbose", "-o"});
+    ASSERT_TRUE(p.ok) << p.error;
+    EXPECT_EQ(p.invocation.values("size"), (std::vector<std::string>{"1x1", "2x2"}));
+    EXPECT_EQ(p.invocation.value("size"), "2x2");  // the last one wins
+    EXPECT_FALSE(p.invocation.has("verbose"));
+    EXPECT_EQ(p.invocation.arguments(), (std::vector<std::string>{"-", "--verbose", "-o"}));
+
+    // An empty value is still a value.
+    p = parse(anyFiles, {"--output="});
+    ASSERT_TRUE(p.ok);
+    EXPECT_TRUE(p.invocation.has("output"));
+    EXPECT_EQ(p.invocation.value("output", "fallback"), "");
+}
+
+TEST(KvCliCommandLine, UsageErrorsNameTheCulprit)
+{
+    const struct {
+        const Verb* verb;
+        std::vector<std::string> args;
+        const char* error;
+    } cases[] = {
+        {&anyFiles, {"--nope"}, "unknown option '--nope'"},
+        {&anyFiles, {"--nope=3"}, "unknown option '--nope'"},
+        {&anyFiles, {"-x"}, "unknown option '-x'"},
+        {&anyFiles, {"--verbose=yes"}, "option '--verbose' takes no value"},
+        {&anyFiles, {"-o"}, "option '-o' needs a value (FILE)"},
+        {&anyFiles, {"a", "--size"}, "option '--size' needs a value (WxH)"},
+        {&twoFiles, {}, "missing arguments"},
+        {&twoFiles, {"a"}, "too few arguments"},
+        {&twoFiles, {"a", "b", "c", "d"}, "unexpected argument 'c'"},
+    };
+    for (const auto& c : cases) {
+        Parsed p = parse(*c.verb, c.args);
+        EXPECT_FALSE(p.ok) << c.error;
+        EXPECT_EQ(p.error, c.error);
+    }
+}
+
+TEST(KvCliCommandLine, HelpIsAcceptedWhateverTheArgumentCount)
+{
+    for (const auto& args : std::vector<std::vector<std::string>>{{"--help"}, {"-h", "a", "b", "c"}}) {
+        Parsed p = parse(twoFiles, args);
+        ASSERT_TRUE(p.ok) << p.error;
+        EXPECT_TRUE(p.invocation.has("help"));
+    }
+}
+
+TEST(KvCliVerbs, TableIsComplete)
+{
+    std::set<std::string> names;
+    for (const Verb* verb : allVerbs()) {
+        ASSERT_NE(verb->run, nullptr);
+        EXPECT_TRUE(names.insert(verb->name).second) << "twice: " << verb->name;
+        EXPECT_NE(std::string(verb->summary), "");
+        EXPECT_EQ(std::string(verb->summary).find('\n'), std::string::npos) << verb->name;
+        EXPECT_EQ(findVerb(verb->name), verb);
+        for (const Option& option : verb->options)
+            EXPECT_NE(std::string(option.name), "help") << verb->name << " shadows --help";
+    }
+    EXPECT_TRUE(names.count("help"));
+    EXPECT_EQ(findVerb("no-such-verb"), nullptr);
+    EXPECT_EQ(findVerb(""), nullptr);
+}
+
+TEST(KvCliProgressBar, RendersClampedAndEmptyBatches)
+{
+    EXPECT_EQ(ProgressBar::render("x", 0, 4, 8), "x [........]  0/4  0%");
+    EXPECT_EQ(ProgressBar::render("x", 1, 4, 8), "x [##......]  1/4  25%");
+    EXPECT_EQ(ProgressBar::render("x", 4, 4, 8), "x [########]  4/4  100%");
+    // More steps than announced: the bar stays full and the count tells the truth.
+    EXPECT_EQ(ProgressBar::render("x", 9, 4, 8), "x [########]  9/4  100%");
+    EXPECT_EQ(ProgressBar::render("x", 3, 0, 4), "x [....]  3/0  0%");
+}
+
+TEST(KvCliProgressBar, DrawsOnlyWhenAskedOrOnATerminal)
+{
+    std::FILE* file = std::tmpfile();
+    ASSERT_NE(file, nullptr);
+    {
+        ProgressBar bar("quiet", 3, ProgressBar::Mode::Auto, file);  // a file is no terminal
+        EXPECT_FALSE(bar.drawing());
+        bar.advance(3);
+    }
+    EXPECT_EQ(readAll(file), "");
+
+    std::FILE* shown = std::tmpfile();
+    ASSERT_NE(shown, nullptr);
+    {
+        ProgressBar bar("loud", 2, ProgressBar::Mode::Always, shown);
+        bar.advance();
+        bar.advance();
+        bar.finish();
+        bar.finish();  // once only
+    }
+    const std::string text = readAll(shown);
+    EXPECT_EQ(text.front(), '\r');
+    EXPECT_EQ(text.back(), '\n');
+    EXPECT_EQ(text.find('\n'), text.size() - 1);
+    EXPECT_NE(text.rfind("loud [##############################]  2/2  100%\n"), std::string::npos);
+    std::fclose(file);
+    std::fclose(shown);
+}
+
+TEST(KvCliProgressBar, WorkerThreadsCountEveryStep)
+{
+    std::FILE* file = std::tmpfile();
+    ASSERT_NE(file, nullptr);
+    ProgressBar bar("threads", 4000, ProgressBar::Mode::Always, file);
+    std::vector<std::thread> workers;
+    for (int t = 0; t < 4; ++t)
+        workers.emplace_back([&bar] {
+            for (int i = 0; i < 1000; ++i) bar.advance();
+        });
+    for (auto& worker : workers) worker.join();
+    bar.finish();
+    EXPECT_EQ(bar.done(), 4000u);
+    EXPECT_NE(readAll(file).find("4000/4000  100%\n"), std::string::npos);
+    std::fclose(file);
+}
