@@ -26,4 +26,5 @@
 #include "ole/platform/text/KvText.h"
 
 // The picture library.
+#include "ole/image/KvImageDefs.h"
 #include "ole/image/KvImageVersion.h"

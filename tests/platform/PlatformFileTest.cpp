@@ -9,7 +9,7 @@
 
 #include "ole/platform/os/OS.h"
 #include "ole/platform/text/KvText.h"
-#include "tests/platform/PlatformTestSupport.h"
+#include "tests/support/TestSupport.h"
 
 namespace {
 

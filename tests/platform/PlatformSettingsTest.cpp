@@ -8,7 +8,7 @@
 #include "ole/platform/settings/KvLog.h"
 #include "ole/platform/settings/KvResources.h"
 #include "ole/platform/settings/KvSettings.h"
-#include "tests/platform/PlatformTestSupport.h"
+#include "tests/support/TestSupport.h"
 
 namespace {
 

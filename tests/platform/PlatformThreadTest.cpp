@@ -8,7 +8,7 @@
 
 #include "ole/platform/os/KvThread.h"
 #include "ole/platform/os/OS.h"
-#include "tests/platform/PlatformTestSupport.h"
+#include "tests/support/TestSupport.h"
 
 namespace {
 

@@ -1,5 +1,5 @@
 #pragma once
-// Helpers of the platform tests: a scoped environment variable, a temporary folder, and a log
+// Helpers of the tests: a scoped environment variable, a temporary folder, and a log
 // sink that keeps what it is given.
 
 #include <gtest/gtest.h>
