@@ -27,4 +27,5 @@
 
 // The picture library.
 #include "ole/image/KvImageDefs.h"
+#include "ole/image/KvImageDescriptors.h"
 #include "ole/image/KvImageVersion.h"
