@@ -17,6 +17,7 @@
 // The platform: OS() and its services, threads, locks, assertions, text, settings, logs,
 // display texts.
 #include "ole/platform/os/CriticalSection.h"
+#include "ole/platform/os/KvByteBuffer.h"
 #include "ole/platform/os/KvAssert.h"
 #include "ole/platform/os/KvThread.h"
 #include "ole/platform/os/OS.h"
@@ -28,4 +29,5 @@
 // The picture library.
 #include "ole/image/KvImageDefs.h"
 #include "ole/image/KvImageDescriptors.h"
+#include "ole/image/KvSurface.h"
 #include "ole/image/KvImageVersion.h"
