@@ -295,6 +295,7 @@ TransparencyType Surface::getTransparency() const
     // Packed 32-bit pixels from the first line, without regard to the stride.
     const unsigned char* p = getDataPtr();
     const std::size_t pixels = std::min<std::size_t>(count, holderBytesFrom(p) / 4);
+    if (pixels == 0) return Unknown;  // no pixels in main memory (a GPU picture): nothing to tell
     std::size_t i = 0;
     // Eight pixels at a time: and the alpha bytes together, look closer only if one is not 0xFF.
     for (; i + 8 <= pixels; i += 8) {

@@ -8,6 +8,7 @@
 
 #include "ole/Kv/KvPtr.h"
 #include "ole/image/KvImageDescriptors.h"
+#include "ole/image/TopDownRect.h"
 #include "ole/platform/os/KvByteBuffer.h"
 
 // Memory that belongs to somebody else: the pointer and one size field, which getSize and
@@ -199,6 +200,19 @@ public:
                       unsigned char b, unsigned char a);
     bool validPixelPtr(unsigned char* p) const;
 
+    // Auto-crop searches on 32-bit ARGB. In spite of their names, the two black tests answer
+    // true when the line or column holds something: some colour byte above the tolerance.
+    bool horizLineIsBlack(unsigned int y);
+    // Steps by width * 4 bytes, not by the stride.
+    bool vertLineIsBlack(unsigned int x);
+    // Bottom-up: top and bottom count from the bottom line; right is the last column itself.
+    void findNonBlackArea(int& left, int& bottom, int& right, int& top);
+    // A pixel is transparent while its word is below 0x03000000 (alpha at most 2).
+    bool horizLineIsTransparent(unsigned int y) const;
+    bool vertLineIsTransparent(unsigned int x, unsigned int startY, unsigned int endY) const;
+    // Top-down, right and bottom exclusive; all zero for a picture with nothing in it.
+    TopDownRect findNonTransparentArea() const;
+
     // The shared rep and its holder, for the views and wrappers built on a surface.
     SurfaceDataRep* rep() const noexcept { return rep_; }
     const MemHolderPtr& getMemHolder() const noexcept { return rep_->memory; }
@@ -210,5 +224,14 @@ private:
 
     SurfaceDataRep* rep_;
 };
+
+// A grey preview of a YUV picture with luma first: each ARGB pixel takes byte 2x of its line.
+KV_EXPORT Surface yuvToARGB(const Surface& source);
+// Placeholders with no colour maths: each prints the assertion and does nothing else.
+KV_EXPORT void RGBtoYUV(unsigned char r, unsigned char g, unsigned char b, unsigned char& y, char& u, char& v);
+KV_EXPORT void YUVtoRGB(unsigned char y, char u, char v, unsigned char& r, unsigned char& g, unsigned char& b);
+
+// The colour tolerance of the black searches, "auto_crop_tolerance", read once at load.
+KV_EXPORT int autoCropTolerance();
 
 }  // namespace Kv::Image
