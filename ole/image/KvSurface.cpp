@@ -297,11 +297,16 @@ TransparencyType Surface::getTransparency() const
     const std::size_t pixels = std::min<std::size_t>(count, holderBytesFrom(p) / 4);
     if (pixels == 0) return Unknown;  // no pixels in main memory (a GPU picture): nothing to tell
     std::size_t i = 0;
-    // Eight pixels at a time: and the alpha bytes together, look closer only if one is not 0xFF.
-    for (; i + 8 <= pixels; i += 8) {
-        unsigned char all = 0xFF;
-        for (int k = 0; k < 8; ++k) all &= p[(i + k) * 4 + 3];
-        if (all != 0xFF) break;
+    // Sixty-four pixels at a time: the AND of their words keeps the AND of their alpha bytes, and
+    // only a block whose alpha is not all 0xFF is looked at pixel by pixel.
+    for (; i + 64 <= pixels; i += 64) {
+        std::uint32_t all = 0xFFFFFFFFu;
+        for (int k = 0; k < 64; ++k) {
+            std::uint32_t word;
+            std::memcpy(&word, p + (i + k) * 4, 4);
+            all &= word;
+        }
+        if ((all & 0xFF000000u) != 0xFF000000u) break;
     }
     for (; i < pixels; ++i)
         if (p[i * 4 + 3] != 0xFF) return rep_->transparency = HasTransparency;
@@ -324,15 +329,19 @@ void Surface::createBlack(bool)
 
 bool Surface::CopyBlit(const Surface& src)
 {
-    // Read before letting go: src may share this handle's rep.
-    const unsigned int width = src.getWidth(), height = src.getHeight();
-    const Format format = src.getDataFormat();
-    const unsigned short bpc = src.getBitsPerComponent(), bpp = src.getBitsPerPixel();
-    const unsigned short stride = static_cast<unsigned short>(src.getStride());
-    SurfaceDataRep* fresh = new SurfaceDataRep(width, height, format, true, bpc, bpp, stride);
-    Surface keep(src);
+    // Hold src's rep: it may be this handle's own, which is counted down first so that its
+    // memory can serve the new picture.
+    const Surface keep(src);
     rep_->decRef();
-    rep_ = fresh;
+    rep_ = nullptr;
+    try {
+        rep_ = new SurfaceDataRep(keep.getWidth(), keep.getHeight(), keep.getDataFormat(), true,
+                                  keep.getBitsPerComponent(), keep.getBitsPerPixel(),
+                                  static_cast<unsigned short>(keep.getStride()));
+    } catch (...) {
+        rep_ = new SurfaceDataRep();
+        throw;
+    }
     static_cast<Video::Interface&>(*this) = static_cast<const Video::Interface&>(src);
     static_cast<VideoSample::Interface&>(*this) = static_cast<const VideoSample::Interface&>(src);
     if (rep_->memory) {
