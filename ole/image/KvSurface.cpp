@@ -103,11 +103,13 @@ void Base::fillWithData(unsigned char* data, bool reverseLines)
     }
     const unsigned int stride = static_cast<unsigned short>(getStride());
     const unsigned int height = getHeight();
-    const std::size_t room = bytesFrom(out);
-    for (unsigned int i = 0; i < height; ++i) {
-        const std::size_t at = std::size_t(height - 1 - i) * stride;
-        if (at + stride > room) continue;  // a line past the memory's end is left out
-        std::memcpy(out + at, data + std::size_t(i) * stride, stride);
+    if (stride == 0 || height == 0) return;
+    // Line n of the picture takes line height - 1 - n of the data. Only the lines that lie
+    // wholly in the memory are written.
+    const std::size_t fit = std::min<std::size_t>(height, bytesFrom(out) / stride);
+    for (std::size_t line = 0; line < fit; ++line) {
+        const std::size_t i = height - 1 - line;
+        std::memcpy(out + line * stride, data + i * stride, stride);
     }
 }
 

@@ -61,27 +61,50 @@ bool Surface::vertLineIsBlack(unsigned int x)
     return false;
 }
 
+namespace {
+
+// How many lines and columns of a picture start inside its memory. The searches skip the
+// rest, which can hold nothing, so that descriptors claiming more than the memory (a wrapped
+// 32-bit product, a setWidth) cost no more than the memory itself.
+struct Reach {
+    unsigned int lines;
+    unsigned int columns;
+};
+
+Reach reachOf(const Surface& s)
+{
+    const std::size_t room = s.holderBytesFrom(s.getDataPtr());
+    const std::size_t stride = s.getStride();
+    const std::size_t lines = room == 0 ? 0 : stride == 0 ? 1 : (room + stride - 1) / stride;
+    const std::size_t columns = (room + 3) / 4;
+    return {unsigned(std::min<std::size_t>(s.getHeight(), lines)),
+            unsigned(std::min<std::size_t>(s.getWidth(), columns))};
+}
+
+}  // namespace
+
 void Surface::findNonBlackArea(int& left, int& bottom, int& right, int& top)
 {
     left = bottom = right = top = 0;
     const int height = int(getHeight());
-    const int width = int(getWidth());
-    for (int y = 0; y < height; ++y)
+    const Reach reach = reachOf(*this);
+    const int lines = int(reach.lines), columns = int(reach.columns);
+    for (int y = 0; y < lines; ++y)
         if (horizLineIsBlack(unsigned(y))) {
             top = height - y;
             break;
         }
-    for (int y = height - 1; y >= 0; --y)
+    for (int y = lines - 1; y >= 0; --y)
         if (horizLineIsBlack(unsigned(y))) {
             bottom = height - y;
             break;
         }
-    for (int x = 0; x < width; ++x)
+    for (int x = 0; x < columns; ++x)
         if (vertLineIsBlack(unsigned(x))) {
             left = x;
             break;
         }
-    for (int x = width - 1; x >= 0; --x)
+    for (int x = columns - 1; x >= 0; --x)
         if (vertLineIsBlack(unsigned(x))) {
             right = x;
             break;
@@ -117,12 +140,17 @@ TopDownRect Surface::findNonTransparentArea() const
     KV_ASSERT(getDataFormat() == ARGB);
     const int width = int(getWidth());
     const int height = int(getHeight());
+    const Reach reach = reachOf(*this);
+    const int lines = int(reach.lines), columns = int(reach.columns);
     TopDownRect r(0, 0, width, height);
-    while (r.top < height && horizLineIsTransparent(unsigned(r.top))) ++r.top;
-    if (r.top >= height) return TopDownRect();
+    while (r.top < lines && horizLineIsTransparent(unsigned(r.top))) ++r.top;
+    if (r.top >= lines) return TopDownRect();  // lines beyond the memory hold nothing either
+    r.bottom = lines;
     while (r.bottom > r.top && horizLineIsTransparent(unsigned(r.bottom - 1))) --r.bottom;
-    while (r.left < width && vertLineIsTransparent(unsigned(r.left), unsigned(r.top), unsigned(r.bottom)))
+    while (r.left < columns && vertLineIsTransparent(unsigned(r.left), unsigned(r.top), unsigned(r.bottom)))
         ++r.left;
+    if (r.left >= columns) r.left = width;
+    r.right = std::max(r.left, columns);
     while (r.right > r.left && vertLineIsTransparent(unsigned(r.right - 1), unsigned(r.top), unsigned(r.bottom)))
         --r.right;
     return r;

@@ -298,3 +298,38 @@ TEST(KvSurface, PixelAccessorsKeepTheirQuirks)
     EXPECT_NE(capture([&] { yuv.setYUVPixel(0, 0, 1, 2, 3); }).find("assertion failed false"),
               std::string::npos);
 }
+
+TEST(KvSurface, WrappedProductsStayInsideTheHolder)
+{
+    // width * 32 wraps in 32 bits: the stride comes out as 4 and the holder as 4 bytes, while
+    // the descriptors claim a billion pixels. Every pixel loop must keep to the 4 bytes.
+    Surface s(0x40000001u, 2, ARGB, true, 0, 0, 0);
+    ASSERT_EQ(s.getStride(), 4u);
+    ASSERT_EQ(s.getMemHolder()->getSize(), 8u);
+    s.createBlack(false);
+    EXPECT_EQ(s.getTransparency(), Opaque);
+    s.flip();
+    Surface copy;
+    copy.CopyBlit(s);
+    EXPECT_TRUE(s.blitTo(copy, 0, 0, 0xFFFFFFFFu, 1, 0, 0));
+    std::vector<unsigned char> source(64, 7);
+    s.fillWithData(source.data(), false);
+    s.fillWithData(source.data(), true);
+    int left, bottom, right, top;
+    Surface small(2, 2, ARGB, true, 0, 0, 0);
+    small.createBlack(false);
+    small.setWidth(0x40000000u);
+    small.findNonBlackArea(left, bottom, right, top);
+    // Columns 2 and 3 read into the next line, as a column walk on such a picture does; the
+    // columns past the memory hold nothing.
+    EXPECT_EQ(small.findNonTransparentArea(), TopDownRect(0, 0, 4, 2));
+    EXPECT_EQ(right, 0);  // black everywhere
+    // A start line past the holder reads nothing.
+    Surface shifted(4, 4, ARGB, true, 0, 0, 0);
+    shifted.setStartLine(100);
+    unsigned char r = 1, g = 1, b = 1;
+    shifted.getRGBPixel(0, 0, r, g, b);
+    shifted.setRGBAPixel(0, 0, 1, 2, 3, 4);
+    shifted.createBlack(false);
+    EXPECT_EQ(r, 1);
+}

@@ -56,6 +56,7 @@ std::span<const Verb* const> allVerbs();
 const Verb* findVerb(std::string_view name);
 
 // The verbs.
+extern const Verb formatVerb;
 extern const Verb helpVerb;
 extern const Verb platformVerb;
 
