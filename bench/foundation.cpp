@@ -83,30 +83,22 @@ BENCHMARK(BM_StdWStringCopy);
 
 // The same copies once the process has started a second thread: from then on both libraries
 // pay for an atomic count. Registered after the single-threaded runs, so those stay as they are.
-void startASecondThread()
-{
-    static const bool started = [] {
-        std::thread([] {}).join();
-        return true;
-    }();
-    (void)started;
-}
 
 void BM_KvPtrCopyThreaded(benchmark::State& state)
 {
-    startASecondThread();
+    KvBench::startASecondThread();
     BM_KvPtrCopy(state);
 }
 
 void BM_SharedPtrCopyThreaded(benchmark::State& state)
 {
-    startASecondThread();
+    KvBench::startASecondThread();
     BM_SharedPtrCopy(state);
 }
 
 void BM_LightweightStringCopyThreaded(benchmark::State& state)
 {
-    startASecondThread();
+    KvBench::startASecondThread();
     BM_LightweightStringCopy(state);
 }
 

@@ -24,18 +24,10 @@ Surface opaqueFrame()
     return s;
 }
 
-void startASecondThread()
-{
-    static const bool started = [] {
-        std::thread([] {}).join();
-        return true;
-    }();
-    (void)started;
-}
 
 void BM_SurfaceCopy(benchmark::State& state)
 {
-    startASecondThread();  // both sides pay for atomic counts
+    KvBench::startASecondThread();  // both sides pay for atomic counts
     Surface s(16, 16, ARGB, true, 0, 0, 0);
     for (auto _ : state) {
         Surface copy(s);
@@ -46,7 +38,7 @@ BENCHMARK(BM_SurfaceCopy);
 
 void BM_SharedPtrCopy(benchmark::State& state)
 {
-    startASecondThread();
+    KvBench::startASecondThread();
     auto p = std::make_shared<std::vector<unsigned char>>(1024);
     for (auto _ : state) {
         std::shared_ptr<std::vector<unsigned char>> copy(p);
