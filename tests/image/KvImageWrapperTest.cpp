@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "ole/image/KvImageWrapper.h"
+#include "ole/platform/media/KvMediaServices.h"
 #include "tests/support/CountingMemory.h"
 
 using namespace Kv::Image;
@@ -153,4 +154,43 @@ TEST(TopDownRect, Algebra)
     TopDownRect flipped(3, 5, 1, 2);
     flipped.validate();
     EXPECT_EQ(flipped, TopDownRect(1, 2, 3, 5));
+}
+
+namespace {
+
+// A media service that keeps what it is asked to save.
+class RecordingMedia final : public iMediaServices {
+public:
+    RecordingMedia() : previous_(OS()->setMediaServices(this)) {}
+    ~RecordingMedia() { OS()->setMediaServices(previous_); }
+    Kv::Ptr<iHostImage> loadImage(const LightweightString<wchar_t>&) override { return {}; }
+    bool saveImage(const Kv::Ptr<iHostImage>& image, const LightweightString<wchar_t>& path) override
+    {
+        saved.push_back({image, path});
+        return true;
+    }
+    void getLoadableImageTypes(ImageTypeList&) override {}
+    void getSavableImageTypes(ImageTypeList&) override {}
+    Kv::Ptr<iHostImage> createImage(const XY<int>&) override { return {}; }
+
+    std::vector<std::pair<Kv::Ptr<iHostImage>, LightweightString<wchar_t>>> saved;
+
+private:
+    iMediaServices* previous_;
+};
+
+}  // namespace
+
+TEST(KvImageWrapper, DebugSavesGoToTheHostWithCountedNames)
+{
+    Surface s(4, 4, ARGB, true, 0, 0, 0);
+    DbgSaveSurface(s);  // no media service: nothing happens
+    RecordingMedia media;
+    DbgSaveSurface(s);
+    DbgSaveSurface(s);
+    ASSERT_EQ(media.saved.size(), 2u);
+    const std::wstring first = media.saved[0].second.c_str(), second = media.saved[1].second.c_str();
+    EXPECT_EQ(first.rfind(L"c:\\temp\\dbg\\frame", 0), 0u);
+    EXPECT_NE(first, second);
+    EXPECT_EQ(media.saved[1].first->getSize(), XY<int>(4, 4));
 }
