@@ -125,3 +125,14 @@ LightweightString<wchar_t> fromUTF8(const char* text)
     while (text[size]) ++size;
     return decodeAll(text, size);
 }
+
+LightweightString<wchar_t> Kv::WStringFromAscii(const char* text)
+{
+    if (!text) return {};
+    std::size_t size = 0;
+    while (text[size]) ++size;
+    auto result = LightweightString<wchar_t>::createImpl(checkedLength(size), true);
+    wchar_t* out = result.buffer();
+    for (std::size_t i = 0; i < size; ++i) out[i] = wchar_t(static_cast<unsigned char>(text[i]));
+    return result;
+}
