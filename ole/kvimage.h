@@ -26,6 +26,7 @@
 #include "ole/platform/settings/KvLog.h"
 #include "ole/platform/settings/KvResources.h"
 #include "ole/platform/settings/KvSettings.h"
+#include "ole/platform/text/InputStream.h"
 #include "ole/platform/text/KvText.h"
 
 // The picture library.
@@ -35,3 +36,5 @@
 #include "ole/image/KvImageWrapper.h"
 #include "ole/image/TopDownRect.h"
 #include "ole/image/KvImageVersion.h"
+#include "ole/image/tgaload.h"
+#include "ole/image/Gif.h"

@@ -56,7 +56,9 @@ std::span<const Verb* const> allVerbs();
 const Verb* findVerb(std::string_view name);
 
 // The verbs.
+extern const Verb convertVerb;
 extern const Verb formatVerb;
+extern const Verb infoVerb;
 extern const Verb helpVerb;
 extern const Verb platformVerb;
 

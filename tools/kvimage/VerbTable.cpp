@@ -6,6 +6,8 @@ namespace {
 
 // The help lists the verbs in this order: the picture verbs first, then the platform and help.
 const Verb* const verbTable[] = {
+    &infoVerb,
+    &convertVerb,
     &formatVerb,
     &platformVerb,
     &helpVerb,
