@@ -14,8 +14,8 @@
 #include "ole/misc/Vector.h"
 #include "ole/misc/XY.h"
 
-// The platform: OS() and its services, threads, locks, assertions, text, settings, logs,
-// display texts.
+// The platform: OS() and its services, threads, locks, assertions, host images and the media
+// service, the plug-in manager, text, settings, logs, display texts.
 #include "ole/platform/os/CriticalSection.h"
 #include "ole/platform/os/KvByteBuffer.h"
 #include "ole/platform/os/KvAssert.h"
@@ -23,6 +23,10 @@
 #include "ole/platform/os/OS.h"
 #include "ole/platform/media/KvHostImage.h"
 #include "ole/platform/media/KvMediaServices.h"
+#include "ole/platform/media/KvMemoryImage.h"
+#include "ole/platform/media/KvOIIOMediaServices.h"
+#include "ole/platform/plugins/KvComponentBase.h"
+#include "ole/platform/plugins/KvDeviceDriverManager.h"
 #include "ole/platform/settings/KvLog.h"
 #include "ole/platform/settings/KvResources.h"
 #include "ole/platform/settings/KvSettings.h"
@@ -34,6 +38,7 @@
 #include "ole/image/KvImageDescriptors.h"
 #include "ole/image/KvSurface.h"
 #include "ole/image/KvImageWrapper.h"
+#include "ole/image/iImageConvert.h"
 #include "ole/image/TopDownRect.h"
 #include "ole/image/KvImageVersion.h"
 #include "ole/image/tgaload.h"

@@ -165,9 +165,8 @@ public:
     unsigned int bitBuffer;
     unsigned int bitCount;
 
+    // The memory behind `table` and `stack`, and what the decoding loop keeps beside them.
     struct Workspace;
-    // The table's memory while the frame is being decoded; null otherwise.
-    Workspace* workspace() const noexcept { return workspace_; }
 
 private:
     Workspace* ensureWorkspace();

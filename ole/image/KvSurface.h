@@ -227,7 +227,7 @@ private:
 
 // A grey preview of a YUV picture with luma first: each ARGB pixel takes byte 2x of its line.
 KV_EXPORT Surface yuvToARGB(const Surface& source);
-// Placeholders with no colour maths: each prints the assertion and does nothing else.
+// No colour maths here: each of these two prints the assertion and does nothing else.
 KV_EXPORT void RGBtoYUV(unsigned char r, unsigned char g, unsigned char b, unsigned char& y, char& u, char& v);
 KV_EXPORT void YUVtoRGB(unsigned char y, char u, char v, unsigned char& r, unsigned char& g, unsigned char& b);
 

@@ -4,6 +4,7 @@
 // place while somebody reads them.
 
 #include "ole/Kv/KvPtr.h"
+#include "ole/Kv/KvRectangle.h"
 #include "ole/Kv/KvRefCount.h"
 #include "ole/misc/XY.h"
 
@@ -59,6 +60,39 @@ public:
     int getLocation() const override { return GPU; }
 };
 
-// Draws on a host image; what it draws is told where it is used.
+// Something a renderer can draw.
+class iGraphicPrimitive : public virtual iObject {
+public:
+    // Where it lands in the target: left, top, right, bottom (x1, y1, x2, y2), y downward,
+    // right and bottom exclusive.
+    virtual Kv::Rectangle<int> getBounds() const = 0;
+};
+
+// A picture to draw: the part srcRect of `image` scaled into the part destRect of the target.
+// Rectangles are left, top, right, bottom (x1, y1, x2, y2), right and bottom exclusive.
+class ImageDescription : public iGraphicPrimitive {
+public:
+    ImageDescription(const Kv::Ptr<iImageBase>& image_, const Kv::Rectangle<int>& destRect_,
+                     const Kv::Rectangle<int>& srcRect_, int flags_ = 0, float opacity_ = 1.0f)
+        : image(image_), destRect(destRect_), srcRect(srcRect_), flags(flags_), opacity(opacity_)
+    {
+    }
+
+    Kv::Rectangle<int> getBounds() const override { return destRect; }
+
+    Kv::Ptr<iImageBase> image;
+    Kv::Rectangle<int> destRect;
+    Kv::Rectangle<int> srcRect;
+    int flags;      // reserved, 0
+    float opacity;  // 1: the drawing replaces the target's pixels; below 1 it is laid over them
+};
+
+// Draws on a host image.
 class iGraphicPrimitivesRenderer : public virtual iObject {
+public:
+    enum DrawMode { Copy = 1 };
+    // True when the primitive was drawn (a primitive wholly outside the target counts as
+    // drawn); false for a kind of primitive or a mode this renderer does not know, or a
+    // source it cannot read.
+    virtual bool draw(const Kv::Ptr<iGraphicPrimitive>& primitive, int mode) = 0;
 };
