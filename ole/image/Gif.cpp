@@ -156,9 +156,9 @@ struct GifFrame::Workspace {
     unsigned short made[kTableEntries];
     unsigned int madeCount;
 
-    // An entry never written spells one byte, 0. The other arrays are written before they are
-    // read: a frame pays only for its table.
-    Workspace() noexcept : clears(1), madeCount(0)
+    // An entry never written spells one byte, 0. Nothing is known yet; the stack and the list of
+    // entries made are written before they are read.
+    Workspace() noexcept : known(), clears(1), madeCount(0)
     {
         for (TableEntry& entry : table) entry = {0, 0, 0, -1};
     }
@@ -462,18 +462,16 @@ KV_GIF_INLINE void spellOnto(GifFrame& f, GifFrame::Workspace& w, Output& out, u
 // The decoding loop of decompress, after its first clear.
 void decode(GifFrame& f, GifFrame::Workspace& w, GifInput& in, Output& out)
 {
-    // Nothing from before this frame is known, but the roots always are.
-    for (unsigned int i = 0; i < GifFrame::kTableEntries; ++i) w.known[i].madeIn = i < f.clearCode ? kRoot : 0;
+    // A fresh workspace knows nothing; the roots are always known.
+    for (unsigned int i = 0; i < f.clearCode; ++i) w.known[i].madeIn = kRoot;
     auto define = [&](unsigned int prefix, unsigned int source, unsigned int code, std::uint64_t prefixAt) {
         if (code > kLastEntry || prefix > kLastEntry || source > kLastEntry) return;
         if (code < kClearedEntries && !f.table[code].used) w.made[w.madeCount++] = static_cast<unsigned short>(code);
         defineEntry(f, prefix, source, code);
         // The last entry, made again and again once the table is full, is never known.
-        if (code < kLastEntry && isKnown(w, prefix)) {
-            w.known[code] = {w.clears, static_cast<unsigned int>(prefixAt), w.known[prefix].length + 1};
-        } else {
-            w.known[code].madeIn = 0;
-        }
+        // Written whether known or not, which spares a branch the data would decide.
+        const unsigned int count = code < kLastEntry && isKnown(w, prefix) ? w.clears : 0;
+        w.known[code] = {count, static_cast<unsigned int>(prefixAt), w.known[prefix].length + 1};
     };
     // The first clear of decompress clears the whole table; from then on only the roots and the
     // entries made since are in use, and the roots stay as they are: a clear resets those entries
@@ -579,6 +577,7 @@ void GifFrame::decompress(GifInput& in)
         }
     }
     Output out{interlaced ? scratch : pixels, interlaced ? 2 * std::uint64_t(pixelCount) + 4 : pixelCount, 0};
+    releaseWorkspace();
     ensureWorkspace();
     clearTable();
     decode(*this, *workspace_, in, out);
