@@ -2,7 +2,9 @@
 // converters reach it: UYVY to 8-bit ARGB against libyuv and against a direct libswscale call,
 // and a 1920x1080 to 1280x720 ARGB resize against a direct libswscale call. The direct calls use
 // the plug-in's own flags (Lanczos, exact rounding, full chroma), and for UYVY to ARGB also
-// libswscale's defaults, the fast path that rounds less carefully.
+// libswscale's defaults, the fast path that rounds less carefully. The plug-in's UYVY to ARGB
+// runs on the pixel iterator's workers while the caller sleeps, so it is timed by the clock on
+// the wall; the peers run on the calling thread alone.
 
 extern "C" {
 #include <libswscale/swscale.h>
@@ -63,7 +65,7 @@ void BM_PluginUyvyToArgb(benchmark::State& state)
     }
     state.SetItemsProcessed(state.iterations() * kWidth * kHeight);
 }
-BENCHMARK(BM_PluginUyvyToArgb)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_PluginUyvyToArgb)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 void BM_LibyuvUyvyToArgb(benchmark::State& state)
 {
@@ -132,9 +134,9 @@ void BM_SwscaleResizeArgb(benchmark::State& state)
 }
 BENCHMARK(BM_SwscaleResizeArgb)->Unit(benchmark::kMillisecond);
 
-KV_BENCH_RATIO("BM_PluginUyvyToArgb", "BM_LibyuvUyvyToArgb");
-KV_BENCH_RATIO("BM_PluginUyvyToArgb", "BM_SwscaleUyvyToArgb/accurate");
-KV_BENCH_RATIO("BM_PluginUyvyToArgb", "BM_SwscaleUyvyToArgb/defaults");
+KV_BENCH_RATIO("BM_PluginUyvyToArgb/real_time", "BM_LibyuvUyvyToArgb");
+KV_BENCH_RATIO("BM_PluginUyvyToArgb/real_time", "BM_SwscaleUyvyToArgb/accurate");
+KV_BENCH_RATIO("BM_PluginUyvyToArgb/real_time", "BM_SwscaleUyvyToArgb/defaults");
 KV_BENCH_RATIO("BM_SwscaleUyvyToArgb/defaults", "BM_LibyuvUyvyToArgb");
 KV_BENCH_RATIO("BM_PluginResizeArgb", "BM_SwscaleResizeArgb");
 

@@ -17,6 +17,7 @@ extern "C" {
 }
 
 #include <algorithm>
+#include <cmath>
 #include <cstdint>
 #include <cstring>
 #include <list>
@@ -24,6 +25,7 @@ extern "C" {
 #include <mutex>
 #include <vector>
 
+#include "ole/image/MTPixelIterator.h"
 #include "ole/image/iImageConvert.h"
 #include "ole/platform/plugins/KvDeviceDriverManager.h"
 
@@ -453,6 +455,241 @@ JobCache& jobs()
     return *cache;
 }
 
+// --- 4:2:2 to 8-bit RGB without libswscale -----------------------------------------------------
+
+// The conversion editors meet on every frame of video they show: 8-bit 4:2:2 to 8-bit RGB of
+// the same size. libswscale's only path for it that keeps within a code of the formulas is its
+// per-pixel C path, so it is done here, in integers with 16-bit fractions (exact to well within
+// half a code), a line at a time on the pixel iterator's workers.
+//
+// Chroma is sited with the even pixel of each pair (BT.601 co-siting): the even pixel takes its
+// pair's chroma, the odd pixel the mean of its pair's and the next pair's; the last pair of a
+// line has no next and keeps its own.
+
+struct Coefficients {
+    std::int32_t y, rv, gu, gv, bu;  // times 65536
+    std::int32_t black;              // the luma code of black
+    std::int32_t bias;               // the RGB code of black times 65536, and half a code
+};
+
+// BT.601 and BT.709, from full or video-range YUV, to full or video-range RGB.
+struct CoefficientSets {
+    Coefficients set[8];
+
+    CoefficientSets()
+    {
+        for (int i = 0; i < 8; ++i) {
+            const bool bt709 = i & 1, videoIn = i & 2, videoOut = i & 4;
+            const double kr = bt709 ? 0.2126 : 0.299, kb = bt709 ? 0.0722 : 0.114, kg = 1 - kr - kb;
+            const double out = videoOut ? 219.0 / 255 : 1.0;
+            const double ys = (videoIn ? 255.0 / 219 : 1.0) * out, cs = (videoIn ? 255.0 / 224 : 1.0) * out;
+            auto fixed = [](double v) { return std::int32_t(std::lround(v * 65536)); };
+            set[i] = {fixed(ys), fixed(2 * (1 - kr) * cs), fixed(2 * (1 - kb) * kb / kg * cs),
+                      fixed(2 * (1 - kr) * kr / kg * cs), fixed(2 * (1 - kb) * cs), videoIn ? 16 : 0,
+                      (videoOut ? 16 << 16 : 0) + 32768};
+        }
+    }
+};
+
+const CoefficientSets coefficientSets;
+
+// Byte positions within a pair of pixels of the packed 4:2:2 layouts, and within a pixel of
+// the RGB layouts (no alpha in the 3-byte ones).
+template <int Y0_, int Y1_, int U_, int V_>
+struct Pair422 {
+    static constexpr int Y0 = Y0_, Y1 = Y1_, U = U_, V = V_;
+};
+template <int B_, int G_, int R_, int A_, int Bytes_>
+struct Rgb8 {
+    static constexpr int B = B_, G = G_, R = R_, A = A_, Bytes = Bytes_;
+};
+
+inline std::uint32_t clampCode(std::int32_t v)
+{
+    v = v < 0 ? 0 : v;
+    return std::uint32_t(v > 255 ? 255 : v);
+}
+
+// `pairs` pixel pairs; the chroma of the odd pixel is read `next` pairs on (1, or 0 for the
+// pair's own). Each pair is read as one little-endian word, and each 32-bit pixel written as
+// one: shifts and masks on whole words are what the vectoriser handles best.
+template <class In, class Out>
+[[gnu::always_inline]] inline void pairsToRgb(const std::uint8_t* __restrict in, std::uint8_t* __restrict out,
+                                              std::size_t pairs, const Coefficients k, std::size_t next)
+{
+    auto byte = [](std::uint32_t word, int at) { return std::int32_t((word >> (8 * at)) & 0xFF); };
+    for (std::size_t i = 0; i < pairs; ++i) {
+        std::uint32_t word, nextWord;
+        std::memcpy(&word, in + 4 * i, 4);
+        std::memcpy(&nextWord, in + 4 * (i + next), 4);
+        const std::int32_t u0 = byte(word, In::U) - 128, v0 = byte(word, In::V) - 128;
+        const std::int32_t u1 = u0 + byte(nextWord, In::U) - 128, v1 = v0 + byte(nextWord, In::V) - 128;
+        const std::int32_t y0 = k.y * (byte(word, In::Y0) - k.black) + k.bias;
+        const std::int32_t y1 = 2 * (k.y * (byte(word, In::Y1) - k.black) + k.bias);
+        const std::uint32_t r0 = clampCode((y0 + k.rv * v0) >> 16), g0 = clampCode((y0 - k.gu * u0 - k.gv * v0) >> 16),
+                            b0 = clampCode((y0 + k.bu * u0) >> 16);
+        const std::uint32_t r1 = clampCode((y1 + k.rv * v1) >> 17), g1 = clampCode((y1 - k.gu * u1 - k.gv * v1) >> 17),
+                            b1 = clampCode((y1 + k.bu * u1) >> 17);
+        std::uint8_t* q = out + 2 * Out::Bytes * i;
+        if constexpr (Out::Bytes == 4) {
+            constexpr std::uint32_t alpha = 0xFFu << (8 * Out::A);
+            const std::uint32_t p0 = r0 << (8 * Out::R) | g0 << (8 * Out::G) | b0 << (8 * Out::B) | alpha;
+            const std::uint32_t p1 = r1 << (8 * Out::R) | g1 << (8 * Out::G) | b1 << (8 * Out::B) | alpha;
+            std::memcpy(q, &p0, 4);
+            std::memcpy(q + 4, &p1, 4);
+        } else {
+            q[Out::R] = std::uint8_t(r0), q[Out::G] = std::uint8_t(g0), q[Out::B] = std::uint8_t(b0);
+            q[3 + Out::R] = std::uint8_t(r1), q[3 + Out::G] = std::uint8_t(g1), q[3 + Out::B] = std::uint8_t(b1);
+        }
+    }
+}
+
+template <class In, class Out>
+[[gnu::always_inline]] inline void lineToRgb(const std::uint8_t* in, std::uint8_t* out, std::size_t width,
+                                             const Coefficients& k)
+{
+    const std::size_t pairs = width / 2;
+    pairsToRgb<In, Out>(in, out, pairs - 1, k, 1);
+    pairsToRgb<In, Out>(in + 4 * (pairs - 1), out + 2 * Out::Bytes * (pairs - 1), 1, k, 0);
+}
+
+using LineToRgb = void (*)(const std::uint8_t*, std::uint8_t*, std::size_t, const Coefficients&);
+
+// Each form three times: for processors with AVX-512, with AVX2, and for the rest of x86-64
+// (and other machines). GCC is told that wide vectors pay on AVX-512 processors, which it
+// doubts by default.
+template <class In, class Out>
+void lineToRgbPlain(const std::uint8_t* in, std::uint8_t* out, std::size_t width, const Coefficients& k)
+{
+    lineToRgb<In, Out>(in, out, width, k);
+}
+#if defined(__x86_64__)
+#if defined(__clang__)
+#define KV_TARGET_AVX512 "avx512f,avx512bw,avx512vl"
+#else
+#define KV_TARGET_AVX512 "avx512f,avx512bw,avx512vl,prefer-vector-width=512"
+#endif
+template <class In, class Out>
+[[gnu::target("avx2")]] void lineToRgbAvx2(const std::uint8_t* in, std::uint8_t* out, std::size_t width,
+                                           const Coefficients& k)
+{
+    lineToRgb<In, Out>(in, out, width, k);
+}
+template <class In, class Out>
+[[gnu::target(KV_TARGET_AVX512)]] void lineToRgbAvx512(const std::uint8_t* in, std::uint8_t* out,
+                                                       std::size_t width, const Coefficients& k)
+{
+    lineToRgb<In, Out>(in, out, width, k);
+}
+#endif
+
+template <class In, class Out>
+LineToRgb lineToRgbFor()
+{
+#if defined(__x86_64__)
+    if (__builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") && __builtin_cpu_supports("avx512vl"))
+        return lineToRgbAvx512<In, Out>;
+    if (__builtin_cpu_supports("avx2")) return lineToRgbAvx2<In, Out>;
+#endif
+    return lineToRgbPlain<In, Out>;
+}
+
+using Uyvy = Pair422<1, 3, 0, 2>;
+using Yuyv = Pair422<0, 2, 1, 3>;
+using Yvyu = Pair422<0, 2, 3, 1>;
+using ToArgb = Rgb8<0, 1, 2, 3, 4>;   // bytes blue, green, red, alpha
+using ToBgra = Rgb8<3, 2, 1, 0, 4>;   // alpha, red, green, blue
+using ToRgb = Rgb8<0, 1, 2, 0, 3>;   // blue, green, red
+using ToBgr3 = Rgb8<2, 1, 0, 0, 3>;  // red, green, blue
+
+template <class In>
+void lineFormsFor(LineToRgb* forms)
+{
+    forms[0] = lineToRgbFor<In, ToArgb>();
+    forms[1] = lineToRgbFor<In, ToBgra>();
+    forms[2] = lineToRgbFor<In, ToRgb>();
+    forms[3] = lineToRgbFor<In, ToBgr3>();
+}
+
+// Every line function: four inputs (YUY2 and YUYV share one) by four outputs.
+struct LineForms {
+    LineToRgb form[3][4];
+
+    LineForms()
+    {
+        lineFormsFor<Uyvy>(form[0]);
+        lineFormsFor<Yuyv>(form[1]);
+        lineFormsFor<Yvyu>(form[2]);
+    }
+};
+
+const LineForms lineForms;
+
+// The pixel iterator hands its line functions one int: the line form in the low bits, the
+// coefficient set above them.
+int directLine(int param, int, int, int width, unsigned char* src, unsigned char* dst)
+{
+    const LineToRgb form = (&lineForms.form[0][0])[param & 15];
+    form(src, dst, std::size_t(width), coefficientSets.set[param >> 4]);
+    return 0;
+}
+
+int inputForm(Format f)
+{
+    switch (f) {
+    case UYVY: return 0;
+    case YUY2:
+    case YUYV: return 1;
+    case YVYU: return 2;
+    default: return -1;
+    }
+}
+
+int outputForm(const Surface& s)
+{
+    if (s.getBitsPerComponent() != 8) return -1;
+    switch (s.getDataFormat()) {
+    case ARGB: return s.getBitsPerPixel() == 32 ? 0 : -1;
+    case BGRA: return s.getBitsPerPixel() == 32 ? 1 : -1;
+    case RGB: return s.getBitsPerPixel() == 24 ? 2 : -1;
+    case BGR3: return s.getBitsPerPixel() == 24 ? 3 : -1;
+    default: return -1;
+    }
+}
+
+// True when the conversion was one this path does, and done.
+bool convertDirect(const Surface& src, const Layout& from, const Planes& in, Surface& dst, const Layout& to,
+                   const Planes& out)
+{
+    if (src.getWidth() != dst.getWidth() || src.getHeight() != dst.getHeight()) return false;
+    if (from.kind != Kind::Packed || !from.yuv || to.kind != Kind::Packed || to.yuv) return false;
+    const int input = inputForm(src.getDataFormat()), output = outputForm(dst);
+    if (input < 0 || output < 0) return false;
+    // Strides and offsets go through the iterator as ints.
+    constexpr std::size_t limit = std::size_t(1) << 30;
+    if (in.stride[0] >= limit || out.stride[0] >= limit || in.stride[0] * in.lines[0] >= limit ||
+        out.stride[0] * out.lines[0] >= limit)
+        return false;
+    const bool bt709 = matrixOf(src) == SWS_CS_ITU709;
+    const int set = int(bt709) | int(src.getIsVideoGamutScaled()) << 1 | int(dst.getIsVideoGamutScaled()) << 2;
+    const int lines = int(in.lines[0]);
+    // Pictures that disagree about which line comes first are written from the last line up.
+    const bool flip = src.getIsTopDown() != dst.getIsTopDown();
+    unsigned char* first = flip ? out.first[0] + out.stride[0] * (lines - 1) : out.first[0];
+    const int dstStride = flip ? -int(out.stride[0]) : int(out.stride[0]);
+    try {
+        return MTPixelIterator::instance()->iterate(set << 4 | input << 2 | output, directLine, in.first[0], first,
+                                                    0, 0, int(src.getWidth()), lines, 16, to.bytesPerPixel * 8,
+                                                    int(in.stride[0]), dstStride) == 0;
+    } catch (const Kv::Exception::Base&) {
+        // No workers to be had: one line after another here.
+        for (int y = 0; y < lines; ++y)
+            directLine(set << 4 | input << 2 | output, 0, y, int(src.getWidth()), in.first[0] + in.stride[0] * y,
+                       first + std::ptrdiff_t(dstStride) * y);
+        return true;
+    }
+}
+
 // --- The plug-in -----------------------------------------------------------------------------
 
 bool transfer(const Surface& src, Surface& dst)
@@ -462,6 +699,7 @@ bool transfer(const Surface& src, Surface& dst)
     if (!from || !to) return false;
     Planes in, out;
     if (!planesOf(src, from, in) || !planesOf(dst, to, out)) return false;
+    if (convertDirect(src, from, in, dst, to, out)) return true;
 
     Shape shape;
     shape.srcWidth = int(src.getWidth());

@@ -192,6 +192,35 @@ TEST(SwscalePlugin, FollowsTheBt601And709FormulasAndRoundTrips)
     }
 }
 
+// Same-size 4:2:2 to 8-bit RGB, on noise: every pixel, the last pair of each line included,
+// against the formulas with chroma sited on the even pixel and the odd pixel between its two
+// neighbours.
+TEST(SwscalePlugin, SamplesChromaBetweenPairsOn422ToRgb)
+{
+    ASSERT_NE(swscale(), nullptr);
+    std::mt19937 random(9);
+    constexpr unsigned w = 70, h = 5;
+    std::vector<Yuv> noise(w * h);
+    for (Yuv& c : noise) c = {int(random() % 256), int(random() % 256), int(random() % 256)};
+    for (Format format : {UYVY, YUY2, YVYU}) {
+        const bool video = format != YUY2;
+        const Surface src = described(makeYuv(format, w, h, [&](unsigned x, unsigned y) { return noise[y * w + x]; }), C709, video);
+        for (Format out : {ARGB, BGRA, RGB, BGR3}) {
+            Surface dst(w, h, out, true, 8, 0, 0);
+            ASSERT_TRUE(swscale()->convert(src, dst));
+            for (unsigned y = 0; y < h; ++y)
+                for (unsigned x = 0; x < w; ++x) {
+                    // The formulas are linear, so the mean of two chroma samples gives the
+                    // mean of their colours.
+                    const Yuv c = yuvAt(src, x, y), next = x % 2 && x + 1 < w ? yuvAt(src, x + 1, y) : c;
+                    const Rgb a = toRgb(c, bt709, video), b = toRgb({c.y, next.u, next.v}, bt709, video);
+                    const Rgb expected{(a.r + b.r) / 2, (a.g + b.g) / 2, (a.b + b.b) / 2};
+                    ASSERT_LE(distance(rgbAt(dst, x, y), expected), 1) << format << " to " << out << " at " << x << "," << y;
+                }
+        }
+    }
+}
+
 // Unknown colorimetry is BT.601 below 720 lines and BT.709 from there. The gamut flag chooses
 // video or full range, for YUV and for RGB alike.
 TEST(SwscalePlugin, ChoosesTheMatrixAndRangeFromTheDescriptors)
