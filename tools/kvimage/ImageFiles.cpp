@@ -1,5 +1,6 @@
 #include "ImageFiles.h"
 
+#include <algorithm>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
@@ -7,6 +8,7 @@
 #include <unistd.h>
 
 #include "ole/image/Gif.h"
+#include "ole/image/ImageConvert.h"
 #include "ole/image/tgaload.h"
 #include "ole/platform/text/InputStream.h"
 #include "ole/platform/text/KvText.h"
@@ -77,7 +79,9 @@ FileType detectFileType(const std::string& path)
     return FileType::Unknown;
 }
 
-bool loadPicture(const std::string& path, unsigned int frame, Surface& picture, std::string& error)
+namespace {
+
+bool loadAsStored(const std::string& path, unsigned int frame, Surface& picture, std::string& error)
 {
     switch (detectFileType(path)) {
     case FileType::TGA: {
@@ -118,13 +122,61 @@ bool loadPicture(const std::string& path, unsigned int frame, Surface& picture, 
     }
 }
 
-bool savePicture(const Surface& picture, const std::string& path, bool raw, std::string& error)
+// The picture as 8-bit ARGB, top line first, for a TGA file.
+bool displayable(const Surface& picture, Surface& argb, std::string& error)
 {
-    if (!hasExtension(path, "tga")) {
-        error = "the tool writes TGA files: give the output a .tga name";
+    if (picture.getDataFormat() == ARGB && picture.getBitsPerComponent() == 8) {
+        argb = picture;
+        return true;
+    }
+    argb.init(picture.getWidth(), picture.getHeight(), ARGB, true, 8, 0, 0);
+    argb.setIsTopDown(true);
+    if (!ImageConverter::convert(picture, argb)) {
+        error = "no conversion of this layout back to 8-bit ARGB for a TGA file";
         return false;
     }
-    if (!saveTGAImage(picture, widePath(path), !raw)) {
+    return true;
+}
+
+// The bytes of the picture as they lie in memory: for a raw file that other tools read with
+// the layout and size given by hand.
+bool saveRaw(const Surface& picture, const std::string& path, std::string& error)
+{
+    std::FILE* file = std::fopen(path.c_str(), "wb");
+    if (!file) {
+        error = "cannot write the file";
+        return false;
+    }
+    const std::size_t bytes = std::min<std::size_t>(picture.getImageSize(), picture.holderBytesFrom(picture.getDataPtr()));
+    const bool written = std::fwrite(picture.getDataPtr(), 1, bytes, file) == bytes;
+    if (std::fclose(file) != 0 || !written) {
+        error = "cannot write the file";
+        return false;
+    }
+    return true;
+}
+
+}  // namespace
+
+bool loadPicture(const std::string& path, unsigned int frame, Surface& picture, std::string& error)
+{
+    if (!loadAsStored(path, frame, picture, error)) return false;
+    // Both codecs lay the top line first in memory, whatever order the file keeps, and leave
+    // the flag as it was; the verbs that count lines, and the converters, go by the flag.
+    picture.setIsTopDown(true);
+    return true;
+}
+
+bool savePicture(const Surface& picture, const std::string& path, bool raw, std::string& error)
+{
+    if (hasExtension(path, "raw") || hasExtension(path, "yuv")) return saveRaw(picture, path, error);
+    if (!hasExtension(path, "tga")) {
+        error = "the tool writes TGA files (.tga), or the bytes of the picture (.raw, .yuv)";
+        return false;
+    }
+    Surface argb;
+    if (!displayable(picture, argb, error)) return false;
+    if (!saveTGAImage(argb, widePath(path), !raw)) {
         error = "cannot write the file";
         return false;
     }

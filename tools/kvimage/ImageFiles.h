@@ -20,7 +20,8 @@ FileType detectFileType(const std::string& path);
 bool loadPicture(const std::string& path, unsigned int frame, Kv::Image::Surface& picture,
                  std::string& error);
 
-// Writes a TGA file, run-length encoded unless `raw`.
+// Writes a TGA file, run-length encoded unless `raw` (a picture in another layout is converted
+// to 8-bit ARGB first), or, for a .raw or .yuv name, the picture's bytes as they lie in memory.
 bool savePicture(const Kv::Image::Surface& picture, const std::string& path, bool raw,
                  std::string& error);
 

@@ -56,10 +56,13 @@ std::span<const Verb* const> allVerbs();
 const Verb* findVerb(std::string_view name);
 
 // The verbs.
+extern const Verb commandVerb;
 extern const Verb convertVerb;
+extern const Verb fieldsVerb;
 extern const Verb formatVerb;
 extern const Verb infoVerb;
 extern const Verb helpVerb;
 extern const Verb platformVerb;
+extern const Verb weaveVerb;
 
 }  // namespace KvCli

@@ -8,8 +8,11 @@ namespace {
 const Verb* const verbTable[] = {
     &infoVerb,
     &convertVerb,
+    &fieldsVerb,
+    &weaveVerb,
     &formatVerb,
     &platformVerb,
+    &commandVerb,
     &helpVerb,
 };
 

@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <string>
 
+#include "../Layouts.h"
 #include "../Verb.h"
 #include "ole/image/KvImageDefs.h"
 #include "ole/platform/settings/KvLog.h"
@@ -21,48 +22,6 @@ using namespace Kv::Image;
 const Format pixelFormats[] = {ARGB, BGRA, RGB, BGR3, BGR4, UYVY, YUY2, YVYU, YUYV, YV12, NV12,
                                M101, M102, M103, M104, DIB, Format(0), Format(31), Format(35),
                                Format(36), Format(37)};
-
-// The code as text: four characters (control bytes shown as \xNN), or the number.
-std::string codeText(Format format)
-{
-    const std::uint32_t v = std::uint32_t(format);
-    if (format >= 0 && format < 0x10000) return std::to_string(int(format));
-    std::string text;
-    for (int i = 0; i < 4; ++i) {
-        const unsigned char c = (v >> (8 * i)) & 0xFF;
-        if (std::isprint(c)) {
-            text += char(c);
-        } else {
-            char hex[8];
-            std::snprintf(hex, sizeof hex, "\\x%02X", c);
-            text += hex;
-        }
-    }
-    return "'" + text + "'";
-}
-
-// A four-character code (shorter codes are padded with blanks at the front, as " RGB" is),
-// a decimal number, or 0x followed by hex digits.
-bool parseFormat(const std::string& text, Format& format)
-{
-    if (text.empty()) return false;
-    char* end = nullptr;
-    if (std::isdigit(static_cast<unsigned char>(text[0])) && text.size() > 1 && (text[1] == 'x' || text[1] == 'X')) {
-        const unsigned long v = std::strtoul(text.c_str() + 2, &end, 16);
-        if (*end || v > 0xFFFFFFFFul) return false;
-        format = Format(std::int32_t(std::uint32_t(v)));
-        return true;
-    }
-    const long number = std::strtol(text.c_str(), &end, 10);
-    if (!*end && number >= -1 && number < 0x10000) {
-        format = Format(number);
-        return true;
-    }
-    if (text.size() > 4) return false;
-    const std::string padded = std::string(4 - text.size(), ' ') + text;
-    format = Format(fourCC(padded[0], padded[1], padded[2], padded[3]));
-    return true;
-}
 
 // The library's own "UNEXPECTED BPP" notes are about the question asked, not news here.
 class QuietLog final : public iLogSink {
