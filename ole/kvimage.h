@@ -43,3 +43,6 @@
 #include "ole/image/KvImageVersion.h"
 #include "ole/image/tgaload.h"
 #include "ole/image/Gif.h"
+#include "ole/image/cineon.h"
+#include "ole/image/ImageConvert.h"
+#include "ole/image/MTPixelIterator.h"

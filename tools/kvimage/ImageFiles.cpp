@@ -1,5 +1,7 @@
 #include "ImageFiles.h"
 
+#include "FilmScans.h"
+
 #include <algorithm>
 #include <cstdarg>
 #include <cstdio>
@@ -67,6 +69,8 @@ const char* fileTypeName(FileType type)
     switch (type) {
     case FileType::TGA: return "TGA";
     case FileType::GIF: return "GIF";
+    case FileType::Cineon: return "Cineon";
+    case FileType::DPX: return "DPX";
     default: return "unknown";
     }
 }
@@ -75,6 +79,11 @@ FileType detectFileType(const std::string& path)
 {
     if (access(path.c_str(), R_OK) != 0) return FileType::Missing;
     if (Gif::isGifFile(widePath(path))) return FileType::GIF;
+    switch (filmScanType(path)) {
+    case FilmScan::Cineon: return FileType::Cineon;
+    case FilmScan::DPX: return FileType::DPX;
+    case FilmScan::None: break;
+    }
     if (hasExtension(path, "tga")) return FileType::TGA;
     return FileType::Unknown;
 }
@@ -84,6 +93,9 @@ namespace {
 bool loadAsStored(const std::string& path, unsigned int frame, Surface& picture, std::string& error)
 {
     switch (detectFileType(path)) {
+    case FileType::Cineon:
+    case FileType::DPX:
+        return loadFilmScan(path, 0, 0, InvalidFormat, 0, picture, error);
     case FileType::TGA: {
         SimpleFileInputStream stream(widePath(path));
         if (!stream.isValid()) {
@@ -117,7 +129,7 @@ bool loadAsStored(const std::string& path, unsigned int frame, Surface& picture,
         error = "no such file, or it cannot be read";
         return false;
     default:
-        error = "unknown file type (the tool reads TGA and GIF)";
+        error = "unknown file type (the tool reads TGA, GIF, Cineon and DPX)";
         return false;
     }
 }
@@ -158,29 +170,47 @@ bool saveRaw(const Surface& picture, const std::string& path, std::string& error
 
 }  // namespace
 
-bool loadPicture(const std::string& path, unsigned int frame, Surface& picture, std::string& error)
+bool loadPicture(const std::string& path, const LoadRequest& request, Surface& picture, std::string& error)
 {
-    if (!loadAsStored(path, frame, picture, error)) return false;
-    // Both codecs lay the top line first in memory, whatever order the file keeps, and leave
+    const FileType type = detectFileType(path);
+    if (type == FileType::Cineon || type == FileType::DPX)
+        return loadFilmScan(path, request.width, request.height, request.format, request.depth, picture, error);
+    if (!loadAsStored(path, request.frame, picture, error)) return false;
+    // TGA and GIF lay the top line first in memory, whatever order the file keeps, and leave
     // the flag as it was; the verbs that count lines, and the converters, go by the flag.
     picture.setIsTopDown(true);
     return true;
 }
 
-bool savePicture(const Surface& picture, const std::string& path, bool raw, std::string& error)
+bool loadPicture(const std::string& path, unsigned int frame, Surface& picture, std::string& error)
+{
+    LoadRequest request;
+    request.frame = frame;
+    return loadPicture(path, request, picture, error);
+}
+
+bool savePicture(const Surface& picture, const std::string& path, const SaveOptions& options, std::string& error)
 {
     if (hasExtension(path, "raw") || hasExtension(path, "yuv")) return saveRaw(picture, path, error);
+    if (hasExtension(path, "dpx")) return saveDpx(picture, path, {options.timecode, options.keykode, options.film}, error);
     if (!hasExtension(path, "tga")) {
-        error = "the tool writes TGA files (.tga), or the bytes of the picture (.raw, .yuv)";
+        error = "the tool writes TGA (.tga) and DPX (.dpx) files, or the bytes of the picture (.raw, .yuv)";
         return false;
     }
     Surface argb;
     if (!displayable(picture, argb, error)) return false;
-    if (!saveTGAImage(argb, widePath(path), !raw)) {
+    if (!saveTGAImage(argb, widePath(path), !options.raw)) {
         error = "cannot write the file";
         return false;
     }
     return true;
+}
+
+bool savePicture(const Surface& picture, const std::string& path, bool raw, std::string& error)
+{
+    SaveOptions options;
+    options.raw = raw;
+    return savePicture(picture, path, options, error);
 }
 
 bool describeFile(const std::string& path, std::vector<std::string>& lines, std::string& error)
@@ -226,8 +256,10 @@ bool describeFile(const std::string& path, std::vector<std::string>& lines, std:
         lines.push_back("loads as     ARGB, 8 bits a component, the size of the screen");
         return true;
     }
+    if (type == FileType::Cineon) return describeFilmScan(path, FilmScan::Cineon, lines, error);
+    if (type == FileType::DPX) return describeFilmScan(path, FilmScan::DPX, lines, error);
     error = type == FileType::Missing ? "no such file, or it cannot be read"
-                                      : "unknown file type (the tool reads TGA and GIF)";
+                                      : "unknown file type (the tool reads TGA, GIF, Cineon and DPX)";
     return false;
 }
 

@@ -1,5 +1,6 @@
-// kvimage convert: reads TGA or GIF pictures and writes TGA files, one picture or a batch, on
-// the way through the library's converters into another layout, depth or size if asked.
+// kvimage convert: reads TGA, GIF, Cineon or DPX pictures and writes TGA or DPX files, one
+// picture or a batch, on the way through the library's converters into another layout, depth or
+// size if asked. A film scan asked for a smaller size is read as a thumbnail.
 
 #include <cstdio>
 #include <cstdlib>
@@ -21,10 +22,14 @@ namespace {
 const Option convertOptions[] = {
     {"raw", 0, nullptr, "write uncompressed TGA (the default is run-length encoded)"},
     {"frame", 'f', "N", "the GIF frame to take (default 0)"},
-    {"to", 't', "DIR", "convert every FILE into DIR, as <name>.tga"},
+    {"to", 't', "DIR", "convert every FILE into DIR, as <name>.tga (or --ext)"},
+    {"ext", 0, "EXT", "the type of the files --to writes: tga (default), dpx, raw"},
     {"format", 0, "CODE", "convert into this pixel layout (ARGB, UYVY, NV12, 35, ...)"},
     {"depth", 0, "BITS", "bits a component of the converted picture (8, 10, 16)"},
-    {"size", 0, "WxH", "resize to W by H pixels"},
+    {"size", 0, "WxH", "resize to W by H pixels (a film scan is read as a thumbnail first)"},
+    {"timecode", 0, "HH:MM:SS:FF", "DPX output: the SMPTE timecode (';' before FF for drop frame)"},
+    {"keykode", 0, "KEY", "DPX output: the film key number, e.g. KU1234561234+12"},
+    {"film", 0, "GAUGE", "DPX output: the key's film, academy (default), 3-perf or 16mm"},
 };
 
 using Kv::Image::Surface;
@@ -80,13 +85,13 @@ bool reshape(Surface& picture, const Reshape& r, std::string& error)
     return true;
 }
 
-bool convertOne(const std::string& in, const std::string& out, unsigned int frame, bool raw, const Reshape& r,
-                std::string& error)
+bool convertOne(const std::string& in, const std::string& out, const LoadRequest& request, const Reshape& r,
+                const SaveOptions& options, std::string& error)
 {
     Surface picture;
-    if (!loadPicture(in, frame, picture, error)) return false;
+    if (!loadPicture(in, request, picture, error)) return false;
     if (!reshape(picture, r, error)) return false;
-    return savePicture(picture, out, raw, error);
+    return savePicture(picture, out, options, error);
 }
 
 // The --format, --depth and --size options; false after a message on a bad value.
@@ -135,6 +140,28 @@ int runConvert(const Invocation& invocation)
     }
     Reshape reshape;
     if (!readReshape(invocation, reshape)) return ExitUsage;
+    // A film scan is read at the asked size already, as far as powers of two go; the converter
+    // does the rest. A 10-bit layout asked for keeps a linear scan's 10 bits.
+    LoadRequest request;
+    request.frame = unsigned(frame);
+    request.width = reshape.width;
+    request.height = reshape.height;
+    if (reshape.hasFormat) request.format = reshape.format;
+    request.depth = reshape.depth;
+    SaveOptions options;
+    options.raw = raw;
+    options.timecode = invocation.value("timecode");
+    options.keykode = invocation.value("keykode");
+    options.film = invocation.value("film", "academy");
+    if (options.film != "academy" && options.film != "3-perf" && options.film != "16mm") {
+        std::fprintf(stderr, "kvimage convert: --film takes academy, 3-perf or 16mm, not '%s'\n", options.film.c_str());
+        return ExitUsage;
+    }
+    const std::string ext = invocation.value("ext", "tga");
+    if (ext != "tga" && ext != "dpx" && ext != "raw") {
+        std::fprintf(stderr, "kvimage convert: --ext takes tga, dpx or raw, not '%s'\n", ext.c_str());
+        return ExitUsage;
+    }
     const auto& args = invocation.arguments();
 
     if (!invocation.has("to")) {
@@ -143,7 +170,7 @@ int runConvert(const Invocation& invocation)
             return ExitUsage;
         }
         std::string error;
-        if (!convertOne(args[0], args[1], unsigned(frame), raw, reshape, error)) {
+        if (!convertOne(args[0], args[1], request, reshape, options, error)) {
             std::fprintf(stderr, "kvimage convert: %s: %s\n", args[0].c_str(), error.c_str());
             return ExitFailure;
         }
@@ -160,9 +187,9 @@ int runConvert(const Invocation& invocation)
     ProgressBar bar("converting", args.size());
     int failures = 0;
     for (const std::string& in : args) {
-        const std::string out = (dir / std::filesystem::path(in).stem()).string() + ".tga";
+        const std::string out = (dir / std::filesystem::path(in).stem()).string() + "." + ext;
         std::string error;
-        if (!convertOne(in, out, unsigned(frame), raw, reshape, error)) {
+        if (!convertOne(in, out, request, reshape, options, error)) {
             std::fprintf(stderr, "kvimage convert: %s: %s\n", in.c_str(), error.c_str());
             ++failures;
         }
@@ -177,10 +204,14 @@ int runConvert(const Invocation& invocation)
 
 const Verb convertVerb = {
     "convert",
-    "read TGA or GIF pictures and write TGA files, converting on the way",
+    "read TGA, GIF, Cineon or DPX pictures and write TGA or DPX files",
     "[options] IN OUT | [options] FILE... --to DIR",
     "The picture is read by the library's own codecs (a GIF frame comes out at the size of\n"
-    "the logical screen, transparency by colour) and written as 32-bit TGA, top line first.\n"
+    "the logical screen, transparency by colour; a logarithmic scan through the film curve)\n"
+    "and written by the output's name: 32-bit TGA, top line first, or 10-bit RGB DPX with the\n"
+    "--timecode and --keykode given (the timecode counts at the project's frame rate, setting\n"
+    "project_frame_rate). With --size a Cineon or DPX scan is read as a thumbnail, every n-th\n"
+    "line and column for the largest power of two n that keeps it at least that big.\n"
     "--format, --depth and --size put it through the library's converters first (YUV in video\n"
     "range, BT.601 below 720 lines, BT.709 from there). A .tga output is converted back to 8-bit\n"
     "ARGB for the file, which shows what the round trip keeps; a .raw or .yuv output takes the\n"

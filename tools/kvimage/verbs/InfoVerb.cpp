@@ -33,10 +33,14 @@ int runInfo(const Invocation& invocation)
 
 const Verb infoVerb = {
     "info",
-    "show what a TGA or GIF file holds",
+    "show what a TGA, GIF, Cineon or DPX file holds",
     "FILE...",
     "For TGA: image type, size, depth, orientation and id field. For GIF: the logical\n"
-    "screen, the frames with their sizes, palettes and transparency, and their delays.",
+    "screen, the frames with their sizes, palettes and transparency, and their delays.\n"
+    "For DPX: size, descriptor, depth, packing, transfer, colorimetric, byte order, image\n"
+    "offset, and the timecode, key number, frame rate and reel (named after the file's\n"
+    "folder) as the library reads them. For Cineon: size, depth, packing, orientation, byte\n"
+    "order and image offset. Each ends with what a load turns the file into.",
     {},
     1,
     -1,
