@@ -8,7 +8,10 @@
 #include <string>
 #include <vector>
 
+#include <cstdio>
+
 #include "ole/platform/os/OS.h"
+#include "ole/platform/settings/KvLog.h"
 #include "ole/platform/text/KvText.h"
 
 namespace CineonFiles {
@@ -99,6 +102,18 @@ inline Bytes samples16(const std::vector<std::uint16_t>& s, bool big)
 
 // Installed for its lifetime. Files live in `files` by path; every open, transfer and seek of a
 // file made from a path that holds "logged" goes to `log`.
+// For a fuzzer: the reports of damaged files are expected, so the log and the assertion prints
+// on standard output are kept off the fuzzer's own output.
+inline void silenceReports()
+{
+    struct Quiet final : iLogSink {
+        void write(Channel, const char*) override {}
+    };
+    static Quiet quiet;
+    Kv::Platform::setLogSink(&quiet);
+    if (!std::freopen("/dev/null", "w", stdout)) return;
+}
+
 class MemoryFiles final : public iFileSystem {
 public:
     MemoryFiles() : previous_(OS()->setFileSystem(this)) {}

@@ -10,38 +10,17 @@
 #include <vector>
 
 #include "ole/image/ImageConvert.h"
+#include "tests/image/ImageTestPictures.h"
 
 using namespace Kv::Image;
-using Bytes = std::vector<unsigned char>;
+using namespace ImageTest;
 
 namespace {
 
-std::string printed(const std::function<void()>& f)
-{
-    testing::internal::CaptureStdout();
-    f();
-    return testing::internal::GetCapturedStdout();
-}
 // Whether `f` prints the assertion of `condition`.
 bool asserts(const std::function<void()>& f, const std::string& condition)
 {
-    return printed(f).find("assertion failed " + condition + " at ole/image/ImageConvertFields.cpp:") != std::string::npos;
-}
-
-// An ARGB picture whose byte x of line y is (y + seed) * 16 + x.
-Surface numbered(unsigned int w, unsigned int h, bool topDown = true, unsigned int seed = 0)
-{
-    Surface s(w, h, ARGB, true, 0, 0, 0);
-    for (unsigned int i = 0; i < s.getImageSize(); ++i)
-        s.getDataPtr()[i] = static_cast<unsigned char>((i / s.getStride() + seed) * 16 + i % s.getStride());
-    s.setIsTopDown(topDown);
-    return s;
-}
-
-Bytes line(const Surface& s, unsigned int y)
-{
-    const unsigned char* p = s.getDataPtr() + std::size_t(y) * s.getStride();
-    return Bytes(p, p + (s.getWidth() * s.getBitsPerPixel() >> 3));
+    return hasAssertion(printed(f), condition, "ImageConvertFields.cpp");
 }
 
 Surface half(const Surface& frame) { return Surface(frame.getWidth(), frame.getHeight() >> 1, ARGB, true, 0, 0, 0); }

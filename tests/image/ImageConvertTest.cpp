@@ -6,7 +6,6 @@
 
 #include <chrono>
 #include <cstring>
-#include <functional>
 #include <new>
 #include <string>
 #include <vector>
@@ -15,37 +14,17 @@
 #include "ole/image/iImageConvert.h"
 #include "ole/platform/plugins/KvDeviceDriverManager.h"
 #include "ole/platform/settings/TimedTaskManager.h"
+#include "tests/image/ImageTestPictures.h"
 #include "tests/support/TestSupport.h"
 
 using namespace Kv::Image;
-using Bytes = std::vector<unsigned char>;
+using namespace ImageTest;
 
 namespace {
 
-// What `f` prints; "false" and the like stand for the assertion of that condition.
-std::string printed(const std::function<void()>& f)
-{
-    testing::internal::CaptureStdout();
-    f();
-    return testing::internal::GetCapturedStdout();
-}
 bool asserts(const std::string& out, const std::string& condition)
 {
-    return out.find("assertion failed " + condition + " at ole/image/ImageConvert.cpp:") != std::string::npos;
-}
-
-// A picture over exactly these bytes, so that the sanitizer sees any step past them.
-Surface over(Bytes& memory, unsigned int w, unsigned int h, Format format, unsigned short bpc, unsigned short stride)
-{
-    Surface s(w, h, format, false, bpc, 0, stride);
-    s.setDataPtr(memory.data(), int(memory.size()));
-    return s;
-}
-Bytes pattern(std::size_t n)
-{
-    Bytes b(n);
-    for (std::size_t i = 0; i < n; ++i) b[i] = static_cast<unsigned char>(i * 37 + 16);
-    return b;
+    return hasAssertion(out, condition, "ImageConvert.cpp");
 }
 unsigned int word(const Bytes& b, std::size_t at) { return b[at] | b[at + 1] << 8; }
 using Words = std::vector<unsigned int>;
@@ -70,6 +49,47 @@ struct TaskLog final : iTimedTaskService {
     }
 };
 
+// A plug-in that notes each offer as "convert 4x4 ARGB>4x4 UYVY; " and accepts it.
+struct JournalPlugin final : iImageConvert {
+    std::string journal;
+    const char* getComponentName() const override { return "journal"; }
+    bool convert(const Surface& s, Surface& d) override { return note("convert", s, d); }
+    bool resize(const Surface& s, Surface& d) override { return note("resize", s, d); }
+    static std::string shape(const Surface& s)
+    {
+        const std::int32_t f = s.getDataFormat();
+        return std::to_string(s.getWidth()) + "x" + std::to_string(s.getHeight()) + " " + std::string(reinterpret_cast<const char*>(&f), 4);
+    }
+    bool note(const char* what, const Surface& s, const Surface& d)
+    {
+        journal += std::string(what) + " " + shape(s) + ">" + shape(d) + "; ";
+        return true;
+    }
+};
+
+std::string expect(const std::string& got, const std::string& want)
+{
+    return check(got == want, "got \"" + got + "\", want \"" + want + "\"");
+}
+
+// A picture over `memory` with every field and sample description set; and whether a picture
+// carries them all.
+Surface described(Bytes& memory, unsigned int w, unsigned int h, Format f, unsigned short bpc, unsigned short stride)
+{
+    Surface s = over(memory, w, h, f, bpc, stride);
+    s.setScanMode(SecondFieldTop);
+    s.setVideoFormatUID(77);
+    s.setPolarity(InterlacedFieldsInAFrame);
+    s.setColorimetry(C709);
+    s.setIsVideoGamutScaled(true);
+    return s;
+}
+bool hasMetadata(const Surface& s)
+{
+    return s.getScanMode() == SecondFieldTop && s.getVideoFormatUID() == 77 && s.getPolarity() == InterlacedFieldsInAFrame &&
+           s.getColorimetry() == C709 && s.getIsVideoGamutScaled();
+}
+
 }  // namespace
 
 TEST(ImageConvertReorder, SameFormatRows)
@@ -78,10 +98,9 @@ TEST(ImageConvertReorder, SameFormatRows)
     Surface src = over(a, 4, 2, ARGB, 8, 16), dst = over(b, 4, 1, ARGB, 8, 16);
     bool ok = false;
     EXPECT_TRUE(asserts(printed([&] { ok = ImageConverter::reorder(src, dst); }), "false"));
-    EXPECT_TRUE(ok);
     Bytes expected(a.begin(), a.begin() + 16);
     expected.resize(32, 0);
-    EXPECT_EQ(b, expected) << "as many bytes as dst's image size";
+    EXPECT_TRUE(ok && b == expected) << "as many bytes as dst's image size";
 
     // 48 to 24 and 64 to 32 bits: the high byte of every sample, both sides packed.
     Bytes wide = pattern(24), narrow(12, 0), w64 = pattern(16), n32(8, 0);
@@ -99,8 +118,7 @@ TEST(ImageConvertReorder, SameFormatRows)
     Surface other = over(c, 4, 2, ARGB, 8, 16);
     other.setBitsPerPixel(24);
     EXPECT_TRUE(asserts(printed([&] { ok = ImageConverter::reorder(src, other); }), "false"));
-    EXPECT_TRUE(ok);
-    EXPECT_EQ(c, Bytes(32, 9));
+    EXPECT_TRUE(ok && c == Bytes(32, 9));
 }
 
 TEST(ImageConvertReorder, RGBIntoARGB)
@@ -147,10 +165,8 @@ TEST(ImageConvertReorder, RGBIntoARGB)
     Surface ten = over(a, 1, 2, RGB, 10, 8), dst10 = over(f, 2, 2, ARGB, 8, 16);
     bool ok = false;
     EXPECT_TRUE(asserts(printed([&] { ok = ImageConverter::reorder(ten, dst10); }), "false"));
-    EXPECT_TRUE(ok);
-    EXPECT_EQ(dst10.getDataFormat(), RGB);
+    EXPECT_TRUE(ok && dst10.getDataFormat() == RGB && f == Bytes(16, 7));
     EXPECT_EQ(dst10.getBitsPerComponent() * 100 + dst10.getStride(), 1008u);
-    EXPECT_EQ(f, Bytes(16, 7));
 }
 
 TEST(ImageConvertReorder, DifferentVerticalOrderFlipsByTheStrides)
@@ -237,111 +253,41 @@ TEST(ImageConvertConvert, EqualPicturesShareAndOthersGetMemoryFirst)
 
     Bytes a = pattern(32);
     Surface argb = over(a, 4, 2, ARGB, 8, 16), rgb(4, 2, RGB, false, 0, 0, 0);
-    EXPECT_TRUE(ImageConverter::convert(argb, rgb));
-    ASSERT_NE(rgb.getDataPtr(), nullptr);
+    ASSERT_TRUE(ImageConverter::convert(argb, rgb) && rgb.getDataPtr());
     EXPECT_EQ(rgb.getDataPtr()[3], a[4]);
 
     Surface odd(4, 2, hdv1, true, 8, 32, 16), target(4, 2, ARGB, true, 0, 0, 0);
     bool ok = true;
-    EXPECT_TRUE(asserts(printed([&] { ok = ImageConverter::convert(odd, target); }), "result"));
-    EXPECT_FALSE(ok);
+    EXPECT_TRUE(asserts(printed([&] { ok = ImageConverter::convert(odd, target); }), "result") && !ok);
 }
 
-namespace {
-
-// A plug-in that notes each offer as "convert 4x4 ARGB>4x4 UYVY; " and accepts it.
-struct JournalPlugin final : iImageConvert {
-    std::string journal;
-    const char* getComponentName() const override { return "journal"; }
-    bool convert(const Surface& s, Surface& d) override { return note("convert", s, d); }
-    bool resize(const Surface& s, Surface& d) override { return note("resize", s, d); }
-    static std::string shape(const Surface& s)
-    {
-        const std::int32_t f = s.getDataFormat();
-        return std::to_string(s.getWidth()) + "x" + std::to_string(s.getHeight()) + " " + std::string(reinterpret_cast<const char*>(&f), 4);
-    }
-    bool note(const char* what, const Surface& s, const Surface& d)
-    {
-        journal += std::string(what) + " " + shape(s) + ">" + shape(d) + "; ";
-        return true;
-    }
-};
-
-// The plug-in list is gathered once a process: each case runs in a process of its own, with
-// an empty plug-in path and only this plug-in. It passes when `body` returns "".
-template <class Body>
-void withPlugin(Body body)
+// In a process whose only plug-in notes every offer and accepts it.
+TEST(ImageConvertConvert, PlugInsGetTheSmallerPictureAndTheirTurnInFrameToFrame)
 {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
-    TempDir empty;
-    ScopedEnv path("KV_plugin_path", empty.file("").c_str());
-    EXPECT_EXIT(
-        {
-            JournalPlugin plugin;
-            KvDeviceDriverManager::theDeviceDriverManager()->registerResource(&plugin);
-            const std::string failure = body(plugin.journal);
-            std::fputs(failure.c_str(), stderr);
-            std::fflush(nullptr);
-            std::_Exit(failure.empty() ? 0 : 1);
-        },
-        ::testing::ExitedWithCode(0), "");
-}
-
-std::string expect(const std::string& got, const std::string& want)
-{
-    return got == want ? "" : "got \"" + got + "\", want \"" + want + "\"\n";
-}
-
-}  // namespace
-
-TEST(ImageConvertConvert, TheSmallerPictureChangesFormat)
-{
-    withPlugin([](std::string& journal) {
+    inFreshProcess([] {
+        JournalPlugin plugin;
+        KvDeviceDriverManager::theDeviceDriverManager()->registerResource(&plugin);
         Surface small(4, 4, ARGB, true, 0, 0, 0), large(8, 8, UYVY, false, 0, 0, 0), wide(8, 2, ARGB, true, 0, 0, 0);
         Surface argb(4, 4, ARGB, true, 0, 0, 0), uyvy(4, 4, UYVY, true, 0, 0, 0);
-        std::string out = ImageConverter::convert(small, large) && large.getDataPtr() ? "" : "enlarging failed\n";
+        std::string out = check(ImageConverter::convert(small, large) && large.getDataPtr(), "enlarging failed");
         ImageConverter::convert(large, argb);
         ImageConverter::convert(wide, uyvy);  // equal pixel counts: the format first
-        return out + expect(journal, "convert 4x4 ARGB>4x4 UYVY; resize 4x4 UYVY>8x8 UYVY; "
-                                     "resize 8x8 UYVY>4x4 UYVY; convert 4x4 UYVY>4x4 ARGB; "
-                                     "convert 8x2 ARGB>8x2 UYVY; resize 8x2 UYVY>4x4 UYVY; ");
-    });
-}
+        out += expect(plugin.journal, "convert 4x4 ARGB>4x4 UYVY; resize 4x4 UYVY>8x8 UYVY; "
+                                      "resize 8x8 UYVY>4x4 UYVY; convert 4x4 UYVY>4x4 ARGB; "
+                                      "convert 8x2 ARGB>8x2 UYVY; resize 8x2 UYVY>4x4 UYVY; ");
 
-TEST(ImageConvertFrameToFrame, PlugInsGetTheirTurn)
-{
-    withPlugin([](std::string& journal) {
         // BGR3 is reordered and, answering false, offered to the plug-ins as well.
-        Surface bgr(2, 1, BGR3, true, 0, 0, 0), argb(2, 1, ARGB, false, 0, 0, 0);
-        ImageConverter::frameToFrame(bgr, argb, 8);
+        plugin.journal.clear();
+        Surface bgr(2, 1, BGR3, true, 0, 0, 0), fresh(2, 1, ARGB, false, 0, 0, 0);
+        ImageConverter::frameToFrame(bgr, fresh, 8);
         // A format with no path of its own: a plug-in's success copies no metadata.
         Surface mpeg(2, 1, hdv1, true, 8, 32, 8), target(2, 1, ARGB, true, 0, 0, 0);
         mpeg.setPolarity(FirstField);
         const bool ok = ImageConverter::frameToFrame(mpeg, target, 8);
-        return expect(journal, "convert 2x1 BGR3>2x1 ARGB; convert 2x1 hdv1>2x1 ARGB; ") +
-               (ok && target.getPolarity() != FirstField ? "" : "the plug-in path copied metadata\n");
+        return out + expect(plugin.journal, "convert 2x1 BGR3>2x1 ARGB; convert 2x1 hdv1>2x1 ARGB; ") +
+               check(ok && target.getPolarity() != FirstField, "the plug-in path copied metadata");
     });
 }
-
-namespace {
-
-Surface described(Bytes& memory, unsigned int w, unsigned int h, Format f, unsigned short bpc, unsigned short stride)
-{
-    Surface s = over(memory, w, h, f, bpc, stride);
-    s.setScanMode(SecondFieldTop);
-    s.setVideoFormatUID(77);
-    s.setPolarity(InterlacedFieldsInAFrame);
-    s.setColorimetry(C709);
-    s.setIsVideoGamutScaled(true);
-    return s;
-}
-bool hasMetadata(const Surface& s)
-{
-    return s.getScanMode() == SecondFieldTop && s.getVideoFormatUID() == 77 && s.getPolarity() == InterlacedFieldsInAFrame &&
-           s.getColorimetry() == C709 && s.getIsVideoGamutScaled();
-}
-
-}  // namespace
 
 TEST(ImageConvertFrameToFrame, RGBPath)
 {
@@ -352,8 +298,7 @@ TEST(ImageConvertFrameToFrame, RGBPath)
     Bytes a = pattern(16);
     Surface rgb = described(a, 2, 2, RGB, 8, 8), argb(2, 2, ARGB, false, 0, 0, 0);
     EXPECT_TRUE(ImageConverter::frameToFrame(rgb, argb, 8));
-    EXPECT_EQ(argb.getDataPtr()[4], a[3]);
-    EXPECT_TRUE(hasMetadata(argb));
+    EXPECT_TRUE(argb.getDataPtr()[4] == a[3] && hasMetadata(argb));
     // Format 0 at 24 bits too; nothing converts it: "converted" is printed, metadata copied.
     Surface zero = described(a, 2, 2, Format(0), 8, 8), target(2, 2, ARGB, false, 0, 0, 0);
     zero.setBitsPerPixel(24);
@@ -366,8 +311,7 @@ TEST(ImageConvertFrameToFrame, RGBPath)
     Surface up = described(b, 2, 2, RGB, 8, 8), shared;
     up.setBitsPerPixel(32);
     EXPECT_TRUE(ImageConverter::frameToFrame(up, shared, 8));
-    EXPECT_EQ(shared.rep(), up.rep());
-    EXPECT_EQ(shared.getDataFormat(), RGB);
+    EXPECT_TRUE(shared.rep() == up.rep() && shared.getDataFormat() == RGB);
     EXPECT_EQ(b[8], pattern(1)[0]);
     EXPECT_TRUE(ImageConverter::frameToFrame(up, shared, 8));
     EXPECT_EQ(shared.getDataFormat(), ARGB);
@@ -387,8 +331,7 @@ TEST(ImageConvertFrameToFrame, CopyYUYVPlanarLogAndPlugInPaths)
 {
     Bytes a = pattern(16);
     Surface uyvy = described(a, 4, 2, UYVY, 8, 8), yuyv = described(a, 4, 2, YUYV, 8, 8), out, out2;
-    EXPECT_TRUE(ImageConverter::frameToFrame(uyvy, out, 8));
-    EXPECT_EQ(out.rep(), uyvy.rep());
+    EXPECT_TRUE(ImageConverter::frameToFrame(uyvy, out, 8) && out.rep() == uyvy.rep());
     EXPECT_TRUE(ImageConverter::frameToFrame(yuyv, out2, 8));
     EXPECT_EQ(yuyv.getDataFormat(), YUY2) << "the two share one description";
 
@@ -398,8 +341,7 @@ TEST(ImageConvertFrameToFrame, CopyYUYVPlanarLogAndPlugInPaths)
     planar.setBitsPerPixel(24);
     planar.setIsTopDown(true);
     EXPECT_TRUE(ImageConverter::frameToFrame(planar, argb, 8));
-    EXPECT_EQ(argb.getDataPtr()[2], p[0]);
-    EXPECT_TRUE(hasMetadata(argb));
+    EXPECT_TRUE(argb.getDataPtr()[2] == p[0] && hasMetadata(argb));
     // Planar of another depth goes through convert, which copies no metadata.
     planar.setBitsPerPixel(32);
     bool ok = false;

@@ -1,17 +1,18 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <map>
-#include <algorithm>
 #include <set>
 #include <string>
 #include <vector>
 
 #include "ole/image/KvImageDefs.h"
 #include "ole/platform/settings/KvResources.h"
-#include "tests/support/TestSupport.h"
+#include "tests/image/ImageTestPictures.h"
 
 using namespace Kv::Image;
+using ImageTest::printed;
 
 namespace {
 
@@ -55,13 +56,10 @@ std::vector<Format> probes()
 TEST(KvImageDefs, NamedCodesHaveTheirCharactersFirstByteLowest)
 {
     EXPECT_EQ(ARGB, 0x42475241);
-    EXPECT_EQ(UYVY, 0x59565955);
     EXPECT_EQ(RGB, 0x42475220);
     EXPECT_EQ(DPX10, 0x0A585044);
-    EXPECT_EQ(XYZ12, 0x0C5A5958);
-    EXPECT_EQ(InvalidFormat, -1);
-    EXPECT_EQ(sizeof(Format), 4u);
     EXPECT_EQ(_2vuy, code("2vuy"));
+    EXPECT_EQ(sizeof(Format), 4u);
 }
 
 TEST(KvImageDefs, CompressedIsEverythingButTheUncompressedList)
@@ -97,35 +95,34 @@ TEST(KvImageDefs, BitsPerComponentAndPerPixel)
         {Format(37), 64, 64, 64, 64}, {Format(68), 32, 32, 32, 32}, {Format(69), 48, 48, 48, 48},
         {InvalidFormat, 16, 16, 16, 16}, {code("YVYU"), 16, 16, 16, 16}, {Format(0), 16, 16, 16, 16}};
     CapturingLogSink quiet;
-    testing::internal::CaptureStdout();
-    for (const Row& r : rows) {
-        EXPECT_EQ(getBitsPerPixel(r.f, 8), r.b8) << r.f;
-        EXPECT_EQ(getBitsPerPixel(r.f, 10), r.b10) << r.f;
-        EXPECT_EQ(getBitsPerPixel(r.f, 16), r.b16) << r.f;
-        EXPECT_EQ(getBitsPerPixel(r.f, 12), r.other) << r.f;
-    }
-    testing::internal::GetCapturedStdout();
+    printed([&] {
+        for (const Row& r : rows)
+            EXPECT_EQ((std::vector<int>{getBitsPerPixel(r.f, 8), getBitsPerPixel(r.f, 10), getBitsPerPixel(r.f, 16),
+                                        getBitsPerPixel(r.f, 12)}),
+                      (std::vector<int>{r.b8, r.b10, r.b16, r.other}))
+                << r.f;
+    });
 }
 
 TEST(KvImageDefs, BitsPerPixelReportsWhatItDoesNotExpect)
 {
     CapturingLogSink log;
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(getBitsPerPixel(UYVY, 12), 16);
-    EXPECT_EQ(getBitsPerPixel(InvalidFormat, 8), 16);
-    EXPECT_EQ(getBitsPerPixel(Format(35), 8), 32);
-    EXPECT_EQ(getBitsPerPixel(Format(36), 16), 64);
-    EXPECT_EQ(getBitsPerPixel(Format(37), 10), 64);
-    const std::string out = testing::internal::GetCapturedStdout();
+    const std::string out = printed([] {
+        EXPECT_EQ(getBitsPerPixel(UYVY, 12), 16);
+        EXPECT_EQ(getBitsPerPixel(InvalidFormat, 8), 16);
+        EXPECT_EQ(getBitsPerPixel(Format(35), 8), 32);
+        EXPECT_EQ(getBitsPerPixel(Format(36), 16), 64);
+        EXPECT_EQ(getBitsPerPixel(Format(37), 10), 64);
+    });
     // Two prints, each naming its condition and its place.
     const std::string first = "assertion failed bitsPerComponent == 10 at ole/image/KvImageDefs.cpp:";
     const std::string second = "assertion failed bitsPerComponent == 16 at ole/image/KvImageDefs.cpp:";
     EXPECT_EQ(out.rfind(first, 0), 0u) << out;
     EXPECT_NE(out.find("\n" + second), std::string::npos) << out;
     EXPECT_EQ(std::count(out.begin(), out.end(), '\n'), 2) << out;
-    const auto messages = log.messages();
-    ASSERT_EQ(messages.size(), 1u);  // only the UYVY case logs
-    EXPECT_EQ(messages[0].second, "UNEXPECTED BPP 12\n");
+    // Only the UYVY case logs.
+    EXPECT_EQ(log.messages(), (std::vector<std::pair<iLogSink::Channel, std::string>>{
+                                  {iLogSink::Both, "UNEXPECTED BPP 12\n"}}));
 }
 
 TEST(KvImageDefs, DnxMpegAndAlpha)
@@ -161,9 +158,8 @@ TEST(KvImageDefs, ScanModeAndAspectRatioTexts)
     EXPECT_EQ(scanModeAsDisplayString(FirstFieldTop), resourceStrW(13040));
     EXPECT_EQ(scanModeAsDisplayString(SecondFieldTop), resourceStrW(13041));
     EXPECT_EQ(scanModeAsDisplayString(ScanMode(77)), resourceStrW(12207));
-    EXPECT_EQ(scanModeFromDisplayString(scanModeAsDisplayString(FirstFieldTop)), FirstFieldTop);
-    EXPECT_EQ(scanModeFromDisplayString(scanModeAsDisplayString(SecondFieldTop)), SecondFieldTop);
-    EXPECT_EQ(scanModeFromDisplayString(scanModeAsDisplayString(ProgressiveSegmented)), Progressive);
+    for (ScanMode m : {FirstFieldTop, SecondFieldTop, Progressive, ProgressiveSegmented})
+        EXPECT_EQ(scanModeFromDisplayString(scanModeAsDisplayString(m)), m == ProgressiveSegmented ? Progressive : m);
     EXPECT_EQ(scanModeFromDisplayString(LightweightString<wchar_t>()), InvalidScanMode);
     EXPECT_EQ(scanModeFromDisplayString(LightweightString<wchar_t>(L"sideways")), InvalidScanMode);
 
@@ -175,25 +171,24 @@ TEST(KvImageDefs, ScanModeAndAspectRatioTexts)
     EXPECT_EQ(aspectRatioFromDisplayString(LightweightString<wchar_t>()), InvalidAspectRatio);
 }
 
+// The log names, and the first value past each table, which has none.
 TEST(KvImageDefs, DisplayStrings)
 {
     EXPECT_STREQ(getDisplayString(Aspect4x3), "4:3");
-    EXPECT_STREQ(getDisplayString(AspectRatio(8)), "DCI 2.39");
     EXPECT_STREQ(getDisplayString(AspectRatio(10)), "19:10");
-    testing::internal::CaptureStdout();
-    EXPECT_STREQ(getDisplayString(AspectRatio(0)), "Unknown");
-    EXPECT_STREQ(getDisplayString(AspectRatio(11)), "Unknown");
-    const std::string out = testing::internal::GetCapturedStdout();
+    const std::string out = printed([] {
+        EXPECT_STREQ(getDisplayString(AspectRatio(0)), "Unknown");
+        EXPECT_STREQ(getDisplayString(AspectRatio(11)), "Unknown");
+    });
     EXPECT_NE(out.find("assertion failed false at ole/image/KvImageDefs.cpp:"), std::string::npos);
-    EXPECT_STREQ(getDisplayString(rescaling_8), "rescaling_8");
-    EXPECT_STREQ(getDisplayString(Rescaling(3)), "<unknown>");
-    EXPECT_STREQ(getDisplayString(BackToBackFieldsInAFrame), "BackToBackFieldsInAFrame");
-    EXPECT_STREQ(getDisplayString(Polarity(7)), "<unknown>");
-    EXPECT_STREQ(getDisplayString(ProgressiveSegmented), "ProgressiveSegmented");
-    EXPECT_STREQ(getDisplayString(ScanMode(-1)), "<unknown>");
-    EXPECT_STREQ(getDisplayString(C709), "C709");
-    EXPECT_STREQ(getDisplayString(Both), "Both");
-    EXPECT_STREQ(getDisplayString(BothPositions), "BothPositions");
-    EXPECT_STREQ(getDisplayString(HasTransparency), "HasTransparency");
-    EXPECT_STREQ(getDisplayString(TransparencyType(5)), "<unknown>");
+    const std::pair<const char*, const char*> names[] = {
+        {getDisplayString(rescaling_8), "rescaling_8"}, {getDisplayString(BackToBackFieldsInAFrame), "BackToBackFieldsInAFrame"},
+        {getDisplayString(ProgressiveSegmented), "ProgressiveSegmented"}, {getDisplayString(C709), "C709"},
+        {getDisplayString(Both), "Both"}, {getDisplayString(BothPositions), "BothPositions"},
+        {getDisplayString(HasTransparency), "HasTransparency"}, {getDisplayString(Rescaling(3)), "<unknown>"},
+        {getDisplayString(Polarity(7)), "<unknown>"}, {getDisplayString(ScanMode(6)), "<unknown>"},
+        {getDisplayString(ScanMode(-1)), "<unknown>"}, {getDisplayString(Colorimetry(5)), "<unknown>"},
+        {getDisplayString(Raster(5)), "<unknown>"}, {getDisplayString(TemporalPosition(5)), "<unknown>"},
+        {getDisplayString(TransparencyType(5)), "<unknown>"}};
+    for (const auto& [got, want] : names) EXPECT_STREQ(got, want);
 }

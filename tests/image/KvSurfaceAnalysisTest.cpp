@@ -1,10 +1,13 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <vector>
 
 #include "ole/image/KvSurface.h"
+#include "tests/image/ImageTestPictures.h"
 
 using namespace Kv::Image;
+using ImageTest::printed;
 
 namespace {
 
@@ -19,6 +22,14 @@ Surface filled(unsigned int w, unsigned int h, std::uint32_t word, unsigned shor
 void put(Surface& s, unsigned int x, unsigned int y, std::uint32_t word)
 {
     std::memcpy(s.getDataPtr() + y * s.getStride() + x * 4, &word, 4);
+}
+
+// findNonBlackArea's left, bottom, right and top.
+std::vector<int> nonBlack(Surface& s)
+{
+    int left = -1, bottom = -1, right = -1, top = -1;
+    s.findNonBlackArea(left, bottom, right, top);
+    return {left, bottom, right, top};
 }
 
 }  // namespace
@@ -38,19 +49,11 @@ TEST(KvSurfaceAnalysis, BlackIsWithinTheTolerance)
 TEST(KvSurfaceAnalysis, NonBlackAreaCountsFromTheBottom)
 {
     Surface s = filled(10, 10, 0xFF000000u);
-    int left = -1, bottom = -1, right = -1, top = -1;
-    s.findNonBlackArea(left, bottom, right, top);
-    EXPECT_EQ(left | bottom | right | top, 0);  // black everywhere: four zeros
+    EXPECT_EQ(nonBlack(s), (std::vector<int>{0, 0, 0, 0})) << "black everywhere";
     put(s, 4, 0, 0xFFFFFFFFu);
-    s.findNonBlackArea(left, bottom, right, top);
-    EXPECT_EQ(top, 10);
-    EXPECT_EQ(bottom, 10);
-    EXPECT_EQ(left, 4);
-    EXPECT_EQ(right, 4);
+    EXPECT_EQ(nonBlack(s), (std::vector<int>{4, 10, 4, 10}));
     put(s, 9, 6, 0xFF400000u);
-    s.findNonBlackArea(left, bottom, right, top);
-    EXPECT_EQ(bottom, 4);
-    EXPECT_EQ(right, 9);
+    EXPECT_EQ(nonBlack(s), (std::vector<int>{4, 4, 9, 10}));
 }
 
 TEST(KvSurfaceAnalysis, NonTransparentAreaIsTopDownAndExclusive)
@@ -66,9 +69,7 @@ TEST(KvSurfaceAnalysis, NonTransparentAreaIsTopDownAndExclusive)
     put(s, 0, 0, 0xFF000000u);
     put(s, 7, 5, 0xFF000000u);
     EXPECT_EQ(s.findNonTransparentArea(), TopDownRect(0, 0, 8, 6));
-    testing::internal::CaptureStdout();
-    EXPECT_TRUE(s.vertLineIsTransparent(3, 5, 4));
-    const std::string out = testing::internal::GetCapturedStdout();
+    const std::string out = printed([&] { EXPECT_TRUE(s.vertLineIsTransparent(3, 5, 4)); });
     EXPECT_NE(out.find("assertion failed startY <= endY"), std::string::npos);
 }
 
@@ -77,9 +78,7 @@ TEST(KvSurfaceAnalysis, SearchesStayInsideTheHolder)
     // A padded picture, and descriptors that claim more than the memory holds.
     Surface padded = filled(4, 4, 0xFF000000u, 24);
     put(padded, 3, 3, 0xFFFFFFFFu);
-    int left = 0, bottom = 0, right = 0, top = 0;
-    padded.findNonBlackArea(left, bottom, right, top);  // columns step by width, off the column
-    EXPECT_EQ(top, 1);
+    EXPECT_EQ(nonBlack(padded)[3], 1) << "columns step by width, off the column";
     Surface grown = filled(4, 4, 0x00000000u);
     grown.setWidth(4000);
     grown.setHeight(4000);
@@ -87,7 +86,7 @@ TEST(KvSurfaceAnalysis, SearchesStayInsideTheHolder)
     EXPECT_FALSE(grown.horizLineIsBlack(3999));
     EXPECT_FALSE(grown.vertLineIsBlack(3999));
     EXPECT_TRUE(grown.vertLineIsTransparent(2, 0, 4000));
-    grown.findNonBlackArea(left, bottom, right, top);
+    nonBlack(grown);
     EXPECT_EQ(grown.findNonTransparentArea(), TopDownRect());
     Surface empty;
     EXPECT_FALSE(empty.horizLineIsBlack(0));
@@ -101,19 +100,16 @@ TEST(KvSurfaceAnalysis, GreyPreviewTakesTheFirstByteOfEachPair)
     std::memcpy(yuv.getDataPtr(), lines, 16);
     Surface grey = yuvToARGB(yuv);
     ASSERT_EQ(grey.getDataFormat(), ARGB);
-    std::uint32_t px[6];
-    std::memcpy(px, grey.getDataPtr(), 24);
-    EXPECT_EQ(px[0], 0xFF0A0A0Au);
-    EXPECT_EQ(px[2], 0xFF1E1E1Eu);
-    EXPECT_EQ(px[3], 0xFF282828u);
-    EXPECT_EQ(px[5], 0xFF3C3C3Cu);
+    std::vector<std::uint32_t> px(6);
+    std::memcpy(px.data(), grey.getDataPtr(), 24);
+    EXPECT_EQ(px, (std::vector<std::uint32_t>{0xFF0A0A0Au, 0xFF141414u, 0xFF1E1E1Eu, 0xFF282828u, 0xFF323232u, 0xFF3C3C3Cu}));
 
-    testing::internal::CaptureStdout();
     unsigned char y = 0, r = 0, g = 0, b = 0;
     char u = 0, v = 0;
-    RGBtoYUV(1, 2, 3, y, u, v);
-    YUVtoRGB(1, 2, 3, r, g, b);
-    const std::string out = testing::internal::GetCapturedStdout();
+    const std::string out = printed([&] {
+        RGBtoYUV(1, 2, 3, y, u, v);
+        YUVtoRGB(1, 2, 3, r, g, b);
+    });
     EXPECT_EQ(y + u + v + r + g + b, 0);
     EXPECT_NE(out.find("assertion failed false"), std::string::npos);
 }

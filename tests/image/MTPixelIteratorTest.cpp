@@ -3,15 +3,15 @@
 // iterator is made once per process) the number of workers and the failures of making them.
 
 #include <gtest/gtest.h>
-#include <spawn.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <array>
 #include <atomic>
 #include <chrono>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <string>
 #include <thread>
 #include <vector>
@@ -19,8 +19,7 @@
 #include "ole/Kv/KvException.h"
 #include "ole/image/MTPixelIterator.h"
 #include "ole/platform/os/KvThread.h"
-
-extern char** environ;
+#include "tests/image/ImageTestPictures.h"
 
 using Kv::Image::Surface;
 
@@ -61,14 +60,9 @@ TEST(PixelIteratorThreads, EveryLineOfEverySmallRegionExactlyOnce)
             for (int lines = 0; lines <= 10; ++lines) {
                 // With a source and without, walking down and (from the last line) up.
                 const bool upward = round % 4 >= 2;
-                LineRun run;
-                run.base = upward ? dst.data() + (kMaxLines - 1) * kStride : dst.data();
-                run.stride = upward ? -kStride : kStride;
-                run.top = top;
-                run.left = 3;
-                run.width = 5;
-                run.inPlace = round % 2 != 0;
-                run.srcBase = src.data() + (run.base - dst.data());
+                unsigned char* base = upward ? dst.data() + (kMaxLines - 1) * kStride : dst.data();
+                LineRun run{.base = base, .srcBase = src.data() + (base - dst.data()), .top = top, .left = 3, .width = 5,
+                            .stride = upward ? -kStride : kStride, .inPlace = round % 2 != 0};
                 current = &run;
                 const int result = it->iterate(7, recordLine, run.inPlace ? nullptr : run.srcBase, run.base, 3,
                                                top, 8, top + lines, 32, 32, run.stride, run.stride);
@@ -85,19 +79,12 @@ TEST(PixelIteratorThreads, AFailedLineStopsTheHandOutAndIsReturned)
     MTPixelIterator* it = MTPixelIterator::instance();
     std::vector<unsigned char> dst(4096 * 4);
     for (int failAt : {6, 7}) {
-        LineRun run;
-        run.base = dst.data();
-        run.width = 1;
-        run.stride = 4;
-        run.inPlace = true;
-        run.failAt = failAt;
+        LineRun run{.base = dst.data(), .width = 1, .stride = 4, .inPlace = true, .failAt = failAt};
         current = &run;
         EXPECT_EQ(it->iterate(7, recordLine, nullptr, dst.data(), 0, 0, 1, 4096, 32, 32, 4, 4), 42);
         EXPECT_EQ(run.visits[failAt].load(), 1);
         // The step of two lines that failed is not finished...
-        if (failAt == 6) {
-            EXPECT_EQ(run.visits[7].load(), 0);
-        }
+        EXPECT_TRUE(failAt == 7 || run.visits[7].load() == 0);
         // ...and the others stop after the step they hold.
         int done = 0;
         for (auto& v : run.visits) done += v.load();
@@ -134,8 +121,8 @@ TEST(PixelIteratorThreads, OverlappingCallersEachGetTheirOwnLines)
 
 // Records (y -> x, width, offset of dst from the surface's memory) for the rectangle tests.
 struct Seen {
-    std::array<std::atomic<int>, 64> x, width;
-    std::array<std::atomic<long>, 64> offset;
+    std::array<std::atomic<int>, 64> x{}, width{};
+    std::array<std::atomic<long>, 64> offset{};
     std::array<std::atomic<int>, 64> visits{};
     unsigned char* memory = nullptr;
 };
@@ -174,8 +161,7 @@ TEST(PixelIteratorThreads, RectanglesAreClippedToThePictureOrMissIt)
         {{0, -5, 10, 0}, 0, 0, 0, 0},
     };
     for (const Case& c : cases) {
-        Seen s;
-        s.memory = picture.getDataPtr();
+        Seen s{.memory = picture.getDataPtr()};
         seen = &s;
         TopDownRect rect = c.rect;
         EXPECT_EQ(MTPixelIterator::iterate(0, seeLine, picture, &rect), 0);
@@ -187,12 +173,10 @@ TEST(PixelIteratorThreads, RectanglesAreClippedToThePictureOrMissIt)
             EXPECT_EQ(s.offset[y].load(), y * stride + c.left * 4);
         }
     }
-    Seen whole;
-    whole.memory = picture.getDataPtr();
+    Seen whole{.memory = picture.getDataPtr()};
     seen = &whole;
     EXPECT_EQ(MTPixelIterator::iterate(0, seeLine, picture, nullptr), 0);
-    EXPECT_EQ(linesSeen(whole), 8);
-    EXPECT_EQ(whole.width[7].load(), 10);
+    EXPECT_TRUE(linesSeen(whole) == 8 && whole.width[7].load() == 10);
 }
 
 TEST(PixelIteratorThreads, LinesBeyondThePicturesMemoryAreNotHandedOut)
@@ -200,16 +184,14 @@ TEST(PixelIteratorThreads, LinesBeyondThePicturesMemoryAreNotHandedOut)
     // Descriptors that claim more lines, or longer lines, than the memory holds.
     Surface tall(10, 6, Kv::Image::ARGB, true, 0, 0, 0);
     tall.setHeight(40);
-    Seen s;
-    s.memory = tall.getDataPtr();
+    Seen s{.memory = tall.getDataPtr()};
     seen = &s;
     EXPECT_EQ(MTPixelIterator::iterate(0, seeLine, tall, nullptr), 0);
     EXPECT_EQ(linesSeen(s), 6);
 
     Surface wide(10, 6, Kv::Image::ARGB, true, 0, 0, 0);
     wide.setWidth(25);  // each line now runs 60 bytes into the next
-    Seen w;
-    w.memory = wide.getDataPtr();
+    Seen w{.memory = wide.getDataPtr()};
     seen = &w;
     EXPECT_EQ(MTPixelIterator::iterate(0, seeLine, wide, nullptr), 0);
     EXPECT_EQ(linesSeen(w), 4) << "the fifth line's 100 bytes would end 20 bytes past the memory";
@@ -217,23 +199,20 @@ TEST(PixelIteratorThreads, LinesBeyondThePicturesMemoryAreNotHandedOut)
     // A source shorter than the destination limits the run too.
     Surface dst(10, 6, Kv::Image::ARGB, true, 0, 0, 0), src(10, 2, Kv::Image::ARGB, true, 0, 0, 0);
     src.setHeight(6);
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(MTPixelIterator::iterate(0, addCaller, src, dst, nullptr), 0);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+    EXPECT_EQ(ImageTest::printed([&] { EXPECT_EQ(MTPixelIterator::iterate(0, addCaller, src, dst, nullptr), 0); }), "");
 }
 
 TEST(PixelIteratorThreads, MismatchedOrMissingPicturesPrintTheAssertions)
 {
     Surface dst(4, 4, Kv::Image::ARGB, true, 0, 0, 0), src(5, 4, Kv::Image::ARGB, true, 0, 0, 0);
-    testing::internal::CaptureStdout();
-    MTPixelIterator::iterate(0, addCaller, src, dst, nullptr);
-    MTPixelIterator::iterate(0, addCaller, Surface(), nullptr);
-    const std::string out = testing::internal::GetCapturedStdout();
-    EXPECT_NE(out.find("assertion failed ( src.getDataPtr() == NULL ) || ( ( src.getWidth() == dst.getWidth() ) && "
-                       "( src.getHeight() == dst.getHeight() ) ) at ole/image/MTPixelIterator.cpp:"),
-              std::string::npos)
+    const std::string out = ImageTest::printed([&] {
+        MTPixelIterator::iterate(0, addCaller, src, dst, nullptr);
+        MTPixelIterator::iterate(0, addCaller, Surface(), nullptr);
+    });
+    EXPECT_TRUE(ImageTest::hasAssertion(out, "( src.getDataPtr() == NULL ) || ( ( src.getWidth() == dst.getWidth() ) && "
+                                             "( src.getHeight() == dst.getHeight() ) )", "MTPixelIterator.cpp"))
         << out;
-    EXPECT_NE(out.find("assertion failed dst.getDataPtr() != NULL at ole/image/MTPixelIterator.cpp:"), std::string::npos);
+    EXPECT_TRUE(ImageTest::hasAssertion(out, "dst.getDataPtr() != NULL", "MTPixelIterator.cpp"));
 }
 
 TEST(PixelIteratorThreads, ACommandWithoutParametersIsALogicError)
@@ -254,48 +233,20 @@ TEST(PixelIteratorThreads, ACommandWithoutParametersIsALogicError)
 
 constexpr const char* kChildSwitch = "KV_TEST_PIXEL_ITERATOR_CHILD";
 
-struct ChildResult {
-    int status = -1;
-    std::string output;
-};
-
-// Runs this test program again, with only the child test and `scenario` in its environment.
-ChildResult runChild(const std::string& scenario)
-{
-    std::vector<std::string> env;
-    for (char** e = environ; *e; ++e) env.emplace_back(*e);
-    env.push_back(std::string(kChildSwitch) + "=" + scenario);
-    std::vector<char*> envp;
-    for (std::string& e : env) envp.push_back(e.data());
-    envp.push_back(nullptr);
-    std::string filter = "--gtest_filter=PixelIteratorChild.Scenario";
-    char exe[] = "/proc/self/exe";
-    char* argv[] = {exe, filter.data(), nullptr};
-
-    int out[2];
-    ChildResult result;
-    if (pipe(out) != 0) return result;
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, out[1], 1);
-    posix_spawn_file_actions_addclose(&actions, out[0]);
-    pid_t pid;
-    const int spawned = posix_spawn(&pid, exe, &actions, nullptr, argv, envp.data());
-    posix_spawn_file_actions_destroy(&actions);
-    close(out[1]);
-    char buffer[4096];
-    for (ssize_t n; (n = read(out[0], buffer, sizeof buffer)) > 0;) result.output.append(buffer, std::size_t(n));
-    close(out[0]);
-    if (spawned == 0 && waitpid(pid, &result.status, 0) == pid && WIFEXITED(result.status))
-        result.status = WEXITSTATUS(result.status);
-    return result;
-}
-
+// Runs this test program again with only the child test, and `scenario` in its environment.
 void expectChildPasses(const std::string& scenario)
 {
-    const ChildResult r = runChild(scenario);
-    EXPECT_EQ(r.status, 0) << r.output;
-    EXPECT_NE(r.output.find("[  PASSED  ] 1 test"), std::string::npos) << r.output;
+    const std::string command = std::string(kChildSwitch) + "=" + scenario + " '" +
+                                std::filesystem::read_symlink("/proc/self/exe").string() +
+                                "' --gtest_filter=PixelIteratorChild.Scenario";
+    FILE* child = popen(command.c_str(), "r");
+    ASSERT_TRUE(child);
+    std::string output;
+    char buffer[4096];
+    for (std::size_t n; (n = std::fread(buffer, 1, sizeof buffer, child)) > 0;) output.append(buffer, n);
+    const int status = pclose(child);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << output;
+    EXPECT_NE(output.find("[  PASSED  ] 1 test"), std::string::npos) << output;
 }
 
 TEST(PixelIteratorProcessThreads, SixteenProcessorsGiveFourWorkers) { expectChildPasses("processors=16"); }

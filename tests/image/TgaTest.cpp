@@ -13,7 +13,7 @@
 #include "ole/image/tgaload.h"
 #include "ole/platform/text/InputStream.h"
 #include "ole/platform/text/KvText.h"
-#include "tests/support/TestSupport.h"
+#include "tests/image/ImageTestPictures.h"
 
 using namespace Kv::Image;
 using Bytes = std::string;
@@ -93,8 +93,7 @@ TEST(Tga, KeepsTheMemoryOfAMatchingArgbSurfaceAndTakesPicturesOfNoLines)
     EXPECT_EQ(linePixels(image, 1), Pixels(2, 0x01010101u));
     Surface rgb(2, 2, RGB, true, 0, 0, 0);
     ASSERT_TRUE(load(file, rgb));
-    EXPECT_EQ(rgb.getDataFormat(), ARGB);
-    EXPECT_EQ(rgb.getStride(), 8u);
+    EXPECT_TRUE(rgb.getDataFormat() == ARGB && rgb.getStride() == 8);
 
     // No lines: the picture is described and read, memory or none.
     const Bytes empty = tgaHeader(10, 12, 0, 32, 0x20);
@@ -103,11 +102,8 @@ TEST(Tga, KeepsTheMemoryOfAMatchingArgbSurfaceAndTakesPicturesOfNoLines)
     EXPECT_EQ(getTGAImageSize(&in, width, height), 32);
     EXPECT_EQ(height, 0);
     Surface fresh;
-    EXPECT_TRUE(load(empty, fresh));
-    EXPECT_EQ(fresh.getWidth(), 12u);
-    EXPECT_FALSE(fresh.valid());
-    EXPECT_TRUE(load(empty, image));
-    EXPECT_EQ(image.getWidth(), 12u);
+    EXPECT_TRUE(load(empty, fresh) && fresh.getWidth() == 12 && !fresh.valid());
+    EXPECT_TRUE(load(empty, image) && image.getWidth() == 12);
 }
 
 TEST(Tga, PacketsRunOnPastTheLineButNeverPastTheMemory)
@@ -166,8 +162,7 @@ TEST(Tga, RefusesHeadersThatPromiseMoreThanTheFileCanHold)
     Bytes runs;
     for (int i = 0; i < 10; ++i) runs += run(128, 0x01020304u);
     Surface fresh;
-    EXPECT_TRUE(load(tgaHeader(10, 128, 10, 32, 0x20) + runs, fresh));
-    EXPECT_EQ(linePixels(fresh, 9), Pixels(128, 0x01020304u));
+    EXPECT_TRUE(load(tgaHeader(10, 128, 10, 32, 0x20) + runs, fresh) && linePixels(fresh, 9) == Pixels(128, 0x01020304u));
     EXPECT_TRUE(load(tgaHeader(10, 128, 11, 32, 0x20) + runs, fresh));
     EXPECT_FALSE(load(tgaHeader(10, 128, 12, 32, 0x20) + runs, fresh));
 
@@ -203,8 +198,8 @@ TEST(Tga, ExceptionsOfTheLibraryFamilyAreLoggedAndRefused)
     ThrowingStream<LibraryError> failing(file.data(), file.size());
     Surface image;
     EXPECT_FALSE(loadTGAImage(&failing, image));
-    ASSERT_EQ(log.messages().size(), 1u);
-    EXPECT_EQ(log.messages()[0], std::make_pair(iLogSink::Both, std::string("loadTGAImage() failed\n")));
+    EXPECT_EQ(log.messages(), (std::vector<std::pair<iLogSink::Channel, std::string>>{
+                                  {iLogSink::Both, "loadTGAImage() failed\n"}}));
     ThrowingStream<ForeignError> other(file.data(), file.size());
     EXPECT_THROW(loadTGAImage(&other, image), ForeignError);
 }
@@ -282,11 +277,9 @@ TEST(TgaSave, PlainFilesStridesAndRefusals)
     // the memory, and is left out.
     Surface rgb(4, 2, RGB, true, 0, 0, 0);
     std::memset(rgb.getDataPtr(), 7, rgb.getImageSize());
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(saved(rgb, true), tgaHeader(10, 4, 2, 32, 0x28) + run(4, 0x07070707u));
-    EXPECT_NE(testing::internal::GetCapturedStdout().find(
-                  "assertion failed sourceImage.getDataFormat() == Kv::Image::ARGB at ole/image/tgaload.cpp:"),
-              std::string::npos);
+    const std::string out =
+        ImageTest::printed([&] { EXPECT_EQ(saved(rgb, true), tgaHeader(10, 4, 2, 32, 0x28) + run(4, 0x07070707u)); });
+    EXPECT_TRUE(ImageTest::hasAssertion(out, "sourceImage.getDataFormat() == Kv::Image::ARGB", "tgaload.cpp"));
 }
 
 TEST(TgaCount, HelpersKeepTheirOwnRules)

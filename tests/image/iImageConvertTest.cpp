@@ -4,15 +4,16 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <string>
 #include <vector>
 
 #include "ole/image/iImageConvert.h"
 #include "ole/platform/plugins/KvDeviceDriverManager.h"
-#include "tests/support/TestSupport.h"
+#include "tests/image/ImageTestPictures.h"
 
 using namespace Kv::Image;
+using ImageTest::check;
+using ImageTest::inFreshProcess;
 
 namespace {
 
@@ -26,25 +27,6 @@ struct RecordingPlugin final : iImageConvert {
     bool accepts;
     std::string& journal;
 };
-
-// Runs `body` in a fresh process with no plug-in modules; passes when it gives "".
-template <class Body>
-void inFreshProcess(Body body)
-{
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
-    TempDir empty;
-    ScopedEnv path("KV_plugin_path", empty.file("").c_str());
-    EXPECT_EXIT(
-        {
-            const std::string failure = body();
-            std::fputs(failure.c_str(), stderr);
-            std::fflush(stderr);
-            std::_Exit(failure.empty() ? 0 : 1);
-        },
-        ::testing::ExitedWithCode(0), "");
-}
-
-std::string check(bool ok, const std::string& what) { return ok ? "" : what + "\n"; }
 
 }  // namespace
 

@@ -61,24 +61,19 @@ using Pieces = std::vector<std::string>;
 
 }  // namespace
 
+// Cases worth reading; the generated inputs further down check the rest against the reference.
 TEST(Split, CommaCases)
 {
-    EXPECT_EQ(split("a,b", ',', 0), (Pieces{"a", "b"}));
     EXPECT_EQ(split("a,,b", ',', 0), (Pieces{"a", "", "b"}));
-    EXPECT_EQ(split(",a", ',', 0), (Pieces{"a"}));
-    EXPECT_EQ(split("a,", ',', 0), (Pieces{"a"}));
+    EXPECT_EQ(split(",a,", ',', 0), (Pieces{"a"})) << "a separator at either end opens no piece";
     EXPECT_EQ(split(",", ',', 0), (Pieces{""}));
     EXPECT_EQ(split(",", ',', 4), (Pieces{","}));
-    EXPECT_EQ(split("", ',', 0), (Pieces{""}));
-    EXPECT_EQ(split("abc", ',', 7), (Pieces{"abc"}));
     // With flag 1 a run's later separators split nothing: they stay at the head of the next
     // piece, which is what number parsing after a run of blanks relies on.
     EXPECT_EQ(split("a,,b", ',', 1), (Pieces{"a", ",b"}));
-    EXPECT_EQ(split("/scans//reel/f.dpx", '/', 1), (Pieces{"scans", "/reel", "f.dpx"}));
     EXPECT_EQ(split(",,a", ',', 1), (Pieces{",a"}));  // a run is only seen after the first index
     EXPECT_EQ(split("\"a,b\",c", ',', 2), (Pieces{"\"a,b\"", "c"}));
     EXPECT_EQ(split("\\\"a,b", ',', 2), (Pieces{"\\\"a", "b"}));  // an escaped quote does not open
-    EXPECT_EQ(split("a,b", ',', 4), (Pieces{"a,", "b"}));
     EXPECT_EQ(split("a\"b\"c", '"', 2), (Pieces{"a", "b", "c"}));  // the quote as separator
 }
 

@@ -62,9 +62,8 @@ TEST(LockFreeStackThreads, ConcurrentPushesAndPopsNeitherLoseNorShareANode)
         ASSERT_EQ(shared.load(), 0) << "a node was handed to two threads at once";
         EXPECT_EQ(stack.count(), kNodes);
         std::set<Node*> seen;
-        for (int i = 0; i < kNodes; ++i) EXPECT_TRUE(seen.insert(static_cast<Node*>(stack.pop())).second);
-        EXPECT_EQ(seen.count(nullptr), 0u);
-        EXPECT_TRUE(stack.empty());
+        for (int i = 0; i < kNodes; ++i) seen.insert(static_cast<Node*>(stack.pop()));
+        EXPECT_TRUE(seen.size() == kNodes && !seen.count(nullptr) && stack.empty());
     }
 }
 
@@ -92,8 +91,7 @@ TEST(PooledObject, BlocksOfTheRepSizeComeBackAndOthersDoNot)
     delete a;
     EXPECT_EQ(pool.count(), before + 1);
     Block* b = new Block;
-    EXPECT_EQ(b, a) << "the block just given back is the next one taken";
-    EXPECT_EQ(pool.count(), before);
+    EXPECT_TRUE(b == a && pool.count() == before) << "the block just given back is the next one taken";
 
     // Blocks of another size go to the heap: a derived class, or a delete told another size.
     delete new BiggerBlock;
@@ -150,8 +148,7 @@ TEST(ParamCmd, ExecuteHoldsTheSectionAcrossTheReceiverAndReleasesItOnThrow)
 {
     Adder adder;
     IntCmd cmd(&adder);
-    ASSERT_TRUE(cmd.isValid());
-    EXPECT_EQ(cmd.paramRep()->refCount(), 1);
+    ASSERT_TRUE(cmd.isValid() && cmd.paramRep()->refCount() == 1);
     cmd.paramRep()->param = 5;
     Ctx ctx;
     EXPECT_EQ(cmd.execute(ctx), 5);
@@ -259,16 +256,13 @@ TEST(CommandRegistrar, RegistersRunsAndForgetsByName)
     {
         CommandRegistrar reg("Test Count", &countRun, UIString("Count"), UIString("Counts runs"),
                              eCmdScopeDiagnostic, MapItem(65, 2));
-        EXPECT_TRUE(CommandRegistrar::run("Test Count"));
-        EXPECT_EQ(runs, 1);
+        EXPECT_TRUE(CommandRegistrar::run("Test Count") && runs == 1);
         CommandRegistrar::Entry entry;
         ASSERT_TRUE(CommandRegistrar::find("Test Count", entry));
-        EXPECT_STREQ(entry.description.c_str(), "Counts runs");
-        EXPECT_EQ(entry.mapItem.key, 65);
+        EXPECT_TRUE(std::string(entry.description.c_str()) == "Counts runs" && entry.mapItem.key == 65);
         {
             CommandRegistrar later("Test Count", &otherRun, UIString(), UIString(), eCmdScopeGlobal, MapItem());
-            EXPECT_TRUE(CommandRegistrar::run("Test Count"));
-            EXPECT_EQ(runs, 101) << "the later registration stands";
+            EXPECT_TRUE(CommandRegistrar::run("Test Count") && runs == 101) << "the later registration stands";
         }
         EXPECT_FALSE(CommandRegistrar::run("Test Count")) << "the later one took the name with it";
     }

@@ -118,8 +118,7 @@ TEST(PlatformMemory, EveryOperatorNewFormDrawsOnTheService)
         releases = memory.releases;
     }
     EXPECT_EQ(misaligned, 0u);
-    EXPECT_EQ(allocations, 7);
-    EXPECT_EQ(releases, 7) << "each block, aligned ones included, went back to the service";
+    EXPECT_TRUE(allocations == 7 && releases == 7) << "each block, aligned ones included, went back to the service";
 }
 
 TEST(PlatformMemory, NothrowFormsTurnAnyFailureIntoNull)
@@ -150,9 +149,8 @@ TEST(PlatformAssert, PrintsConditionAndPlaceAndGoesOn)
     KV_ASSERT(1 + 1 == 2);
     const int line = __LINE__ + 1;
     KV_ASSERT(1 + 1 == 3);
-    const std::string printed = testing::internal::GetCapturedStdout();
-    EXPECT_EQ(printed, "assertion failed 1 + 1 == 3 at tests/platform/PlatformCoreTest.cpp:" +
-                           std::to_string(line) + "\n");
+    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+              "assertion failed 1 + 1 == 3 at tests/platform/PlatformCoreTest.cpp:" + std::to_string(line) + "\n");
 }
 
 TEST(PlatformText, UTF8RoundTripAndReplacementOfBadText)
@@ -161,8 +159,7 @@ TEST(PlatformText, UTF8RoundTripAndReplacementOfBadText)
     const LightweightString<char> narrow = toUTF8(wide);
     EXPECT_EQ(narrow, "a\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80");
     EXPECT_EQ(fromUTF8(narrow), wide);
-    EXPECT_TRUE(toUTF8(LightweightString<wchar_t>()).empty());
-    EXPECT_TRUE(fromUTF8(static_cast<const char*>(nullptr)).empty());
+    EXPECT_TRUE(toUTF8(LightweightString<wchar_t>()).empty() && fromUTF8(static_cast<const char*>(nullptr)).empty());
 
     const wchar_t badWide[] = {L'x', wchar_t(0xD800), wchar_t(0x110000), wchar_t(-1), 0};
     EXPECT_EQ(toUTF8(badWide), "x\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD");

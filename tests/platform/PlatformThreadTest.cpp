@@ -57,11 +57,9 @@ TEST(PlatformThreads, ThreadKeepsItsFullNameAndKnowsItself)
     Observed seen;
     Kv::Ptr<iThread> thread = start(observe, name, &seen);
     ASSERT_TRUE(thread && thread->waitForExit(forever));
-    EXPECT_FALSE(thread->isRunning());
-    EXPECT_EQ(thread->exitCode(), iThread::eExecOK);
+    EXPECT_TRUE(!thread->isRunning() && thread->exitCode() == iThread::eExecOK);
     EXPECT_STREQ(thread->name().c_str(), name);
-    EXPECT_EQ(seen.name, name);
-    EXPECT_EQ(seen.id, thread->id());
+    EXPECT_TRUE(seen.name == name && seen.id == thread->id());
     EXPECT_EQ(seen.kernelName, std::string(name, 15));
     ASSERT_GE(seen.context.size(), 2u) << "a thread line and at least one frame";
     EXPECT_NE(std::string(seen.context[0].c_str()).find(name), std::string::npos);
@@ -83,8 +81,7 @@ TEST(PlatformThreads, EndedThreadsStayReachableUnderDistinctIds)
     for (unsigned short id : ids) {
         Kv::Ptr<iThread> thread = coThreadGet(id);
         ASSERT_TRUE(thread) << id;
-        EXPECT_TRUE(thread->waitForExit(forever));
-        EXPECT_EQ(thread->exitCode(), iThread::eExecOK);
+        EXPECT_TRUE(thread->waitForExit(forever) && thread->exitCode() == iThread::eExecOK);
     }
     EXPECT_FALSE(coThreadGet(0));
     EXPECT_EQ(co_create(nullptr, "no function", 0, nullptr, 0, 0), 0);
@@ -95,11 +92,9 @@ TEST(PlatformThreads, WaitForExitTimesOutWhileTheThreadRuns)
     Kv::Ptr<iThreadEvent> go = OS()->synchronisation()->createEvent(1, 0, 0);
     Kv::Ptr<iThread> thread = start(waitForEvent, "waiter", go.get());
     ASSERT_TRUE(thread);
-    EXPECT_FALSE(thread->waitForExit(10));
-    EXPECT_TRUE(thread->isRunning());
+    EXPECT_TRUE(!thread->waitForExit(10) && thread->isRunning());
     go->signal();
-    EXPECT_TRUE(thread->waitForExit(forever));
-    EXPECT_EQ(thread->exitCode(), iThread::eExecFailed);
+    EXPECT_TRUE(thread->waitForExit(forever) && thread->exitCode() == iThread::eExecFailed);
 }
 
 TEST(PlatformThreads, AnExceptionEndsOnlyItsThreadWithALogLine)
@@ -107,8 +102,7 @@ TEST(PlatformThreads, AnExceptionEndsOnlyItsThreadWithALogLine)
     CapturingLogSink log;
     Kv::Ptr<iThread> thread = start(throwSomething, "thrower");
     ASSERT_TRUE(thread && thread->waitForExit(forever));
-    EXPECT_EQ(thread->exitCode(), iThread::eExecFailed);
-    EXPECT_EQ(log.count({"thrower", "thrown on purpose"}), 1);
+    EXPECT_TRUE(thread->exitCode() == iThread::eExecFailed && log.count({"thrower", "thrown on purpose"}) == 1);
 }
 
 TEST(PlatformThreads, SystemFactsAndClock)

@@ -1,10 +1,10 @@
 #include "FilmScans.h"
 
-#include <cstdarg>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
 
+#include "Text.h"
 #include "ole/image/ImageConvert.h"
 #include "ole/image/cineon.h"
 #include "ole/platform/labels/KvCurrentProject.h"
@@ -16,17 +16,6 @@ namespace KvCli {
 using namespace Kv::Image;
 
 namespace {
-
-std::string format(const char* pattern, ...) __attribute__((format(printf, 1, 2)));
-std::string format(const char* pattern, ...)
-{
-    char text[512];
-    va_list args;
-    va_start(args, pattern);
-    std::vsnprintf(text, sizeof text, pattern, args);
-    va_end(args);
-    return text;
-}
 
 // The 2048 bytes of a film scan's header; false when the file is shorter.
 bool readHeader(const std::string& path, unsigned char (&bytes)[2048])

@@ -3,12 +3,12 @@
 #include "FilmScans.h"
 
 #include <algorithm>
-#include <cstdarg>
 #include <cstdio>
 #include <cstring>
 #include <strings.h>
 #include <unistd.h>
 
+#include "Text.h"
 #include "ole/image/Gif.h"
 #include "ole/image/ImageConvert.h"
 #include "ole/image/tgaload.h"
@@ -27,17 +27,6 @@ bool hasExtension(const std::string& path, const char* extension)
 {
     const std::size_t dot = path.rfind('.');
     return dot != std::string::npos && strcasecmp(path.c_str() + dot + 1, extension) == 0;
-}
-
-std::string format(const char* pattern, ...) __attribute__((format(printf, 1, 2)));
-std::string format(const char* pattern, ...)
-{
-    char text[512];
-    va_list args;
-    va_start(args, pattern);
-    std::vsnprintf(text, sizeof text, pattern, args);
-    va_end(args);
-    return text;
 }
 
 // The 18-byte header of a TGA file, as far as `info` shows it.
