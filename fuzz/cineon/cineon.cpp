@@ -36,7 +36,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         StillImageMetadata meta;
         const Surface s = loadCineonImage(L"/scans/in.cin", request, &meta);
         if (!s.valid()) continue;
-        if (std::uint64_t(s.getStride()) * s.getHeight() > s.getMemHolder()->getSize()) std::abort();
+        CineonFiles::abortUnlessInMemory(s);
         // A DPX file may reach here too; a Cineon one is always 8-bit ARGB.
         FourByteReorderable<unsigned int> first{0};
         if (size >= 4) std::memcpy(&first.value, data, 4);

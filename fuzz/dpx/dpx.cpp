@@ -16,13 +16,6 @@ using namespace Kv::Image;
 
 namespace {
 
-void checkInMemory(const Surface& s)
-{
-    if (!s.valid()) return;
-    const std::uint64_t bytes = std::uint64_t(s.getStride()) * s.getHeight();
-    if (bytes > s.getMemHolder()->getSize()) std::abort();
-}
-
 void roundTrip(const Surface& s, StillImageMetadata& meta)
 {
     const std::uint64_t bytes = std::uint64_t(s.getWidth()) * s.getHeight() * 4;
@@ -32,7 +25,7 @@ void roundTrip(const Surface& s, StillImageMetadata& meta)
     if (!saveDPXImage(s, L"/out/DPX/back.dpx", &meta.timecode, &meta.keykode, eMediumVideo, 0.0, 3)) std::abort();
     const Surface back = loadCineonImage(L"/out/DPX/back.dpx", Core::Data(1 << 20, 1 << 20, InvalidFormat, 0, 0, true), &meta);
     if (back.getWidth() != s.getWidth() || back.getHeight() != s.getHeight()) std::abort();
-    checkInMemory(back);
+    CineonFiles::abortUnlessInMemory(back);
 }
 
 }  // namespace
@@ -59,7 +52,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     for (const Core::Data& request : requests) {
         StillImageMetadata meta;
         const Surface s = loadCineonImage(L"/scans/DPX/in.dpx", request, &meta);
-        checkInMemory(s);
+        CineonFiles::abortUnlessInMemory(s);
         if (&request == &requests[1] || &request == &requests[2]) roundTrip(s, meta);
     }
     return 0;

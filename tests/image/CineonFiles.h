@@ -3,13 +3,14 @@
 // order, the pixel packings, and a file system in memory that logs every transfer and seek.
 
 #include <cstdint>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <map>
 #include <string>
 #include <vector>
 
-#include <cstdio>
-
+#include "ole/image/KvSurface.h"
 #include "ole/platform/os/OS.h"
 #include "ole/platform/settings/KvLog.h"
 #include "ole/platform/text/KvText.h"
@@ -112,6 +113,12 @@ inline void silenceReports()
     static Quiet quiet;
     Kv::Platform::setLogSink(&quiet);
     if (!std::freopen("/dev/null", "w", stdout)) return;
+}
+
+// For a fuzzer: a picture whose described lines run past its own memory is a fault.
+inline void abortUnlessInMemory(const Kv::Image::Surface& s)
+{
+    if (s.valid() && std::uint64_t(s.getStride()) * s.getHeight() > s.getMemHolder()->getSize()) std::abort();
 }
 
 class MemoryFiles final : public iFileSystem {
