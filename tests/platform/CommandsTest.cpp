@@ -227,6 +227,19 @@ TEST(WorkerThreadQueue, RunsInOrderOnItsNamedThreadBetweenStartAndStop)
     EXPECT_EQ(log.count({"entry refused"}), 1) << "a throwing command is logged and the queue goes on";
 }
 
+TEST(WorkerThreadQueue, StopRightAfterALastInsertStillEnds)
+{
+    // The wake-up for the last command and the one for the stop can merge into one; the thread
+    // must still see the stop once that command is done, or the destructor waits for ever.
+    Journal journal;
+    for (int round = 0; round < 200; ++round) {
+        Queue queue("$Queue Test Thread", Null(), Null(), 1, 1, false);
+        auto cmd = entry(journal, round);
+        ASSERT_TRUE(queue.insert(cmd, Queue::InsertAtBack));
+    }
+    EXPECT_EQ(journal.entries.size(), 200u);
+}
+
 TEST(WorkerThreadQueue, DiscardingQueueDropsWhatHasNotBegun)
 {
     Journal journal;

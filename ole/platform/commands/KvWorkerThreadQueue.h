@@ -96,7 +96,7 @@ public:
                 slots_[(head_ + count_) % size] = command;
             }
             ++count_;
-            __atomic_store_n(&queued_, count_, __ATOMIC_RELEASE);
+            __atomic_store_n(&queued_, count_, __ATOMIC_RELEASE);  // not stopping here
         }
         wake_->signal();
         return true;
@@ -126,15 +126,19 @@ private:
                     next = std::move(slots_[head_]);
                     head_ = (head_ + 1) % slots_.size();
                     --count_;
-                    __atomic_store_n(&queued_, count_, __ATOMIC_RELEASE);
+                    __atomic_store_n(&queued_, count_ + (stopping_ ? 1 : 0), __ATOMIC_RELEASE);
                     have = true;
                 }
             }
             if (stop) break;
+            // After a command, back to the top whatever the look-ahead found: the wake-up that
+            // brought this command may also have been the stop's, so only a look under the
+            // lock that finds nothing may lead to sleep.
             if (have) {
                 runGuarded(next);
                 next.reset();
-                if (awaitMore()) continue;
+                awaitMore();
+                continue;
             }
             wake_->wait(iThreadEvent::forever);
         }
@@ -144,15 +148,14 @@ private:
     // After a command the thread looks for the next one for a little while before it sleeps:
     // work that comes a command a picture finds it awake, which saves the wake-up of a sleeping
     // thread (tens of microseconds on an idle processor). It yields as it looks, so that on a
-    // busy machine it holds nobody up. True when something came (or a stop was asked for).
-    bool awaitMore()
+    // busy machine it holds nobody up. It ends early when something came or a stop was asked for.
+    void awaitMore()
     {
         const auto until = std::chrono::steady_clock::now() + std::chrono::microseconds(kLookAheadMicroseconds);
         do {
-            if (__atomic_load_n(&queued_, __ATOMIC_ACQUIRE) != 0) return true;
+            if (__atomic_load_n(&queued_, __ATOMIC_ACQUIRE) != 0) return;
             std::this_thread::yield();
         } while (std::chrono::steady_clock::now() < until);
-        return false;
     }
 
     void runGuarded(const Command& command)
@@ -186,7 +189,8 @@ private:
     std::vector<Command> slots_;
     std::size_t head_ = 0;
     std::size_t count_ = 0;
-    std::size_t queued_ = 0;  // count_ as a thread that looks for work without the lock sees it
+    // count_, plus one once stopping, as a thread that looks for work without the lock sees it
+    std::size_t queued_ = 0;
     bool stopping_ = false;
 
     const Command start_;
